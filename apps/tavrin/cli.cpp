@@ -1,0 +1,115 @@
+#include "cli.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <thread>
+
+#include "commands.h"
+#include "pdf_commands.h"
+#include "engine/cleaning_profile.h"
+
+namespace tavrin::cli {
+
+int run(int argc, char** argv) {
+    CLI::App app{"Tavrin shows the metadata a file carries and removes it, verifying every cleaned copy.\n"
+                 "Nothing leaves this computer.",
+                 "tavrin"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "tavrin 0.1.0");
+
+    CommonOptions formatsOptions;
+    auto* formats = app.add_subcommand("formats", "List the file types Tavrin knows and what it can do with each");
+    formats->add_flag("--json", formatsOptions.json, "Print JSON");
+    formats->add_option("--exiftool", formatsOptions.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
+
+    CommonOptions inspectOptions;
+    std::vector<std::filesystem::path> inspectFiles;
+    auto* inspect = app.add_subcommand("inspect", "Show the metadata each file carries, grouped by category");
+    inspect->add_flag("--json", inspectOptions.json, "Print a JSON array, one entry per file");
+    inspect->add_option("--exiftool", inspectOptions.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
+    inspect->add_option("FILE", inspectFiles, "Files to inspect")->required();
+
+    CleanOptions cleanOptions;
+    auto* clean = app.add_subcommand(
+        "clean",
+        "Write a cleaned, verified copy of each file (NAME_cleaned.EXT). The original is never changed, and a "
+        "copy that cannot be verified is not written.");
+    clean->add_option("--profile", cleanOptions.profile,
+                      "maximum-privacy (default), standard-sharing, client-deliverable or location-only");
+    clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("--remove", cleanOptions.remove, "Also remove this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("--output-dir", cleanOptions.outputDir, "Write the cleaned copies into DIR instead of beside each file");
+    clean->add_option("--jobs", cleanOptions.jobs, "Files cleaned in parallel (default: cores, at most 8)")
+        ->check(CLI::Range(1u, 64u));
+    clean->add_flag("--json", cleanOptions.common.json, "Print a JSON array of per-file reports");
+    clean->add_option("--exiftool", cleanOptions.common.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
+    clean->add_option("--password", cleanOptions.password,
+                      "Password of encrypted PDFs ('-' reads it from standard input; default: $TAVRIN_PDF_PASSWORD). "
+                      "Their cleaned copies keep it as their open password.");
+    clean->add_option("PATH", cleanOptions.paths, "Files or folders (folders are walked; hidden files are skipped)")
+        ->required();
+
+    PDFPasswordOptions addOptions;
+    PDFPasswordOptions removeOptions;
+    auto* pdf = app.add_subcommand("pdf", "PDF passwords; every output is cleaned and verified first");
+    pdf->require_subcommand(1);
+    auto* addPassword = pdf->add_subcommand("add-password", "Write a cleaned copy protected with AES-256");
+    addPassword->add_option("--user", addOptions.user,
+                            "Password that opens the copy ('-' reads it from standard input; default: "
+                            "$TAVRIN_PDF_PASSWORD)");
+    addPassword->add_option("--owner", addOptions.owner,
+                            "Password that lifts the restrictions (printing and accessibility stay allowed)");
+    addPassword->add_option("--profile", addOptions.profile, "Cleaning profile (default: maximum-privacy)");
+    addPassword->add_option("IN", addOptions.input, "The PDF to protect")->required();
+    addPassword->add_option("OUT", addOptions.output, "Where to write the protected copy (must not exist)")->required();
+    auto* removePassword = pdf->add_subcommand("remove-password", "Write a cleaned copy without a password");
+    removePassword->add_option("--password", removeOptions.password,
+                               "The current password ('-' reads it from standard input; default: "
+                               "$TAVRIN_PDF_PASSWORD)");
+    removePassword->add_option("--profile", removeOptions.profile, "Cleaning profile (default: maximum-privacy)");
+    removePassword->add_option("IN", removeOptions.input, "The protected PDF")->required();
+    removePassword->add_option("OUT", removeOptions.output, "Where to write the open copy (must not exist)")->required();
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return kUsage;
+    }
+
+    if (*clean && !CleaningProfile::isPresetName(cleanOptions.profile)) {
+        std::cerr << "tavrin: unknown profile '" << cleanOptions.profile
+                  << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
+        return kUsage;
+    }
+    if (*pdf) {
+        const auto& options = *addPassword ? addOptions : removeOptions;
+        if (!CleaningProfile::isPresetName(options.profile)) {
+            std::cerr << "tavrin: unknown profile '" << options.profile << "'\n";
+            return kUsage;
+        }
+        return *addPassword ? runPDFAddPassword(addOptions) : runPDFRemovePassword(removeOptions);
+    }
+    const CommonOptions& common = *formats ? formatsOptions : *inspect ? inspectOptions : cleanOptions.common;
+    if (auto problem = exifToolOptionProblem(common)) {
+        std::cerr << "tavrin: " << *problem << "\n";
+        return kUsage;
+    }
+    if (*formats) return runFormats(formatsOptions);
+    if (*inspect) return runInspect(inspectOptions, inspectFiles);
+    if (*clean) {
+        cleanOptions.password = resolvePassword(cleanOptions.password);
+        if (cleanOptions.jobs == 0) cleanOptions.jobs = std::clamp(std::thread::hardware_concurrency(), 1u, 8u);
+        return runClean(cleanOptions);
+    }
+    return kUsage;
+}
+
+}  // namespace tavrin::cli

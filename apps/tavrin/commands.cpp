@@ -1,0 +1,256 @@
+#include "commands.h"
+
+#include <condition_variable>
+#include <cstdlib>
+#include <fmt/core.h>
+#include <iostream>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+#include "cli.h"
+#include "engine/file_system.h"
+#include "engine/file_type_detector.h"
+#include "engine/pipeline_error.h"
+#include "engine/snapshot.h"
+#include "engine/tavrin_engine.h"
+#include "exiftool/process_runner.h"
+#include "input_paths.h"
+#include "pdf_commands.h"
+#include "report.h"
+
+namespace tavrin::cli {
+
+using nlohmann::json;
+
+namespace {
+
+// The exiftool to use: the given path made absolute, or for "auto" the first executable
+// "exiftool" on PATH. PATH is searched only when asked.
+std::optional<std::string> resolveExifTool(const std::optional<std::string>& option) {
+    if (!option) return std::nullopt;
+    if (*option != "auto") {
+        std::error_code ec;
+        const auto absolute = std::filesystem::absolute(*option, ec);
+        return ec ? *option : absolute.string();
+    }
+    const char* pathVar = std::getenv("PATH");
+    std::string paths = pathVar ? pathVar : "";
+    std::size_t start = 0;
+    while (start <= paths.size()) {
+        const auto end = paths.find(':', start);
+        const auto dir = paths.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        const auto candidate = std::filesystem::path(dir.empty() ? "." : dir) / "exiftool";
+        if (isExecutableFile(candidate)) return std::filesystem::absolute(candidate).string();
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+    return std::nullopt;
+}
+
+EngineConfiguration configurationFor(const CommonOptions& options) {
+    if (auto path = resolveExifTool(options.exifTool)) return EngineConfiguration::pro(*path);
+    return EngineConfiguration::standard();
+}
+
+std::string errorText(std::exception_ptr error) { return describeError(error); }
+
+// Draws "[#####     ] 5/10" on stderr, only when stderr is a terminal.
+class ProgressBar {
+public:
+    ProgressBar(std::size_t total, bool enabled) : total_(total), enabled_(enabled && ::isatty(STDERR_FILENO)) {}
+    void advance(std::size_t done) {
+        if (!enabled_) return;
+        const std::size_t width = 30;
+        const std::size_t filled = total_ ? done * width / total_ : width;
+        std::cerr << fmt::format("\r[{}{}] {}/{}", std::string(filled, '#'), std::string(width - filled, ' '), done,
+                                 total_)
+                  << std::flush;
+    }
+    ~ProgressBar() {
+        if (enabled_) std::cerr << "\r" << std::string(48, ' ') << "\r" << std::flush;
+    }
+
+private:
+    std::size_t total_;
+    bool enabled_;
+};
+
+// An encrypted PDF is cleaned with its password, and the cleaned copy keeps that password as
+// the one that opens it.
+CleaningResult cleanProtectedPDF(const TavrinEngine& engine, const FileReport& report, const CleaningProfile& profile,
+                                 const std::optional<std::string>& password) {
+    if (!password)
+        throw std::runtime_error(fmt::format("{} is password protected: give its password with --password, "
+                                             "--password - (standard input) or {}",
+                                             report.sourcePath.filename().string(), kPasswordVariable));
+    return engine.cleanEncryptedPDF(report.sourcePath, *password, profile, PDFPasswordPolicy{*password, std::nullopt},
+                                    *report.outputPath);
+}
+
+}  // namespace
+
+std::optional<std::string> exifToolOptionProblem(const CommonOptions& options) {
+    if (!options.exifTool) return std::nullopt;
+    const auto path = resolveExifTool(options.exifTool);
+    if (!path) return "--exiftool auto: no executable exiftool found on PATH";
+    if (!isExecutableFile(*path))
+        return fmt::format("--exiftool: {} is not an executable file; give the path of exiftool, or 'auto' to "
+                           "search PATH", *options.exifTool);
+    return std::nullopt;
+}
+
+int runFormats(const CommonOptions& options) {
+    TavrinEngine engine(configurationFor(options));
+    const auto readable = engine.supportedInspectionTypes();
+    const auto cleanable = engine.supportedCleaningTypes();
+    json rows = json::array();
+    if (!options.json)
+        std::cout << fmt::format("{:<40} {:<24} {:<15} {:<8} {}\n", "TYPE", "CATEGORY", "SUPPORT", "INSPECT", "CLEAN");
+    for (FileType type : fileTypes::allCases()) {
+        const auto caps = FormatCapabilities::capabilities(type);
+        const bool canInspect = readable.count(type) > 0;
+        // Cleaning is available only where a writer exists and the strict gate lets it through.
+        const bool canClean = cleanable.count(type) > 0 && caps.allowsStrictVerifiedCleaning();
+        std::string extensions;
+        for (auto e : fileExtensions(type)) extensions += (extensions.empty() ? "" : ", ") + std::string(e);
+        if (options.json) {
+            rows.push_back({{"fileType", std::string(rawValue(type))},
+                            {"displayName", std::string(displayName(type))},
+                            {"category", std::string(rawValue(category(type)))},
+                            {"extensions", fileExtensions(type)},
+                            {"supportLevel", std::string(rawValue(caps.supportLevel))},
+                            {"canInspect", canInspect},
+                            {"canClean", canClean},
+                            {"hasWriter", cleanable.count(type) > 0}});
+        } else {
+            std::cout << fmt::format("{:<40} {:<24} {:<15} {:<8} {}\n",
+                                     fmt::format("{} ({})", displayName(type), extensions),
+                                     displayName(category(type)), displayName(caps.supportLevel),
+                                     canInspect ? "yes" : "no", canClean ? "yes" : "no");
+        }
+    }
+    if (options.json) std::cout << rows.dump(2) << "\n";
+    return kSuccess;
+}
+
+int runInspect(const CommonOptions& options, const std::vector<std::filesystem::path>& files) {
+    TavrinEngine engine(configurationFor(options));
+    json out = json::array();
+    int status = kSuccess;
+    for (const auto& file : files) {
+        try {
+            if (fs::isDirectory(file)) throw PipelineError::sourceFileNotAccessible(file);
+            MetadataTree tree = engine.inspect(file);
+            if (options.json) out.push_back(tree);
+            else printTree(std::cout, file, tree);
+        } catch (...) {
+            status = kFailure;
+            const std::string text = errorText(std::current_exception());
+            if (options.json) out.push_back({{"path", file.string()}, {"error", text}});
+            else std::cout << fmt::format("{}: {}\n", file.string(), text);
+        }
+        if (!options.json && files.size() > 1) std::cout << "\n";
+    }
+    if (options.json) std::cout << out.dump(2) << "\n";
+    return status;
+}
+
+int runClean(const CleanOptions& options) {
+    if (options.outputDir && !fs::isDirectory(*options.outputDir)) {
+        std::cerr << "tavrin: " << PipelineError::outputDirectoryNotAccessible(*options.outputDir).description() << "\n";
+        return kFailure;
+    }
+    CleaningProfile profile = CleaningProfile::from(options.profile);
+    profile.specificKeysToKeep.insert(options.keep.begin(), options.keep.end());
+    profile.specificKeysToRemove.insert(options.remove.begin(), options.remove.end());
+
+    TavrinEngine engine(configurationFor(options.common));
+    const auto inputs = expandInputPaths(options.paths);
+    if (inputs.empty()) {
+        std::cerr << "tavrin: no files found in the given folders (hidden files are skipped)\n";
+        return kFailure;
+    }
+
+    // Names are reserved up front, in input order, so parallel work never races for one name.
+    std::vector<FileReport> reports(inputs.size());
+    std::set<std::filesystem::path> reserved;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        reports[i].sourcePath = inputs[i].path;
+        reports[i].error = inputs[i].error;
+        if (!inputs[i].error) reports[i].outputPath = reserveOutputPath(inputs[i].path, options.outputDir, reserved);
+    }
+
+    std::vector<bool> done(inputs.size(), false);
+    std::mutex mutex;
+    std::condition_variable finished;
+    std::atomic<std::size_t> next{0};
+    auto work = [&] {
+        for (std::size_t i = next++; i < reports.size(); i = next++) {
+            FileReport& report = reports[i];
+            if (!report.error) {
+                try {
+                    try {
+                        report.fileType = FileTypeDetector::detect(report.sourcePath);
+                    } catch (...) {
+                        // The pipeline reports detection failures in its own words below.
+                    }
+                    if (report.fileType == FileType::pdf && TavrinEngine::isPDFEncrypted(report.sourcePath)) {
+                        report.result = cleanProtectedPDF(engine, report, profile, options.password);
+                    } else {
+                        report.result = engine.cleanToFile(report.sourcePath, profile, *report.outputPath);
+                    }
+                } catch (...) {
+                    report.error = errorText(std::current_exception());
+                }
+            }
+            std::lock_guard lock(mutex);
+            done[i] = true;
+            finished.notify_all();
+        }
+    };
+
+    {
+        const unsigned workers = std::max(1u, std::min<unsigned>(options.jobs, static_cast<unsigned>(reports.size())));
+        std::vector<std::jthread> pool;
+        for (unsigned w = 0; w < workers && !reports.empty(); ++w) pool.emplace_back(work);
+
+        // Print in input order as results arrive.
+        ProgressBar progress(reports.size(), reports.size() > 1);
+        std::size_t printed = 0, completed = 0;
+        std::unique_lock lock(mutex);
+        while (printed < reports.size()) {
+            finished.wait(lock, [&] { return done[printed]; });
+            while (printed < reports.size() && done[printed]) {
+                if (!options.common.json) {
+                    lock.unlock();
+                    if (::isatty(STDERR_FILENO) && reports.size() > 1) std::cerr << "\r" << std::string(48, ' ') << "\r";
+                    printCleanLine(std::cout, reports[printed]);
+                    std::cout.flush();
+                    lock.lock();
+                }
+                ++printed;
+            }
+            completed = static_cast<std::size_t>(std::count(done.begin(), done.end(), true));
+            lock.unlock();
+            progress.advance(completed);
+            lock.lock();
+        }
+    }
+
+    std::size_t failed = 0;
+    json out = json::array();
+    for (const auto& r : reports) {
+        failed += r.result ? 0 : 1;
+        if (options.common.json) out.push_back(cleanReportJSON(r));
+    }
+    if (options.common.json) {
+        std::cout << out.dump(2) << "\n";
+    } else {
+        std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", reports.size() - failed, reports.size(),
+                                 reports.size() == 1 ? "" : "s", failed ? fmt::format(", {} failed", failed) : "");
+    }
+    return failed == 0 && !reports.empty() ? kSuccess : kFailure;
+}
+
+}  // namespace tavrin::cli

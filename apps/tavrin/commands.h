@@ -1,0 +1,34 @@
+#pragma once
+// One function per subcommand; each returns the process's exit status.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tavrin::cli {
+
+struct CommonOptions {
+    bool json = false;
+    std::optional<std::string> exifTool;  // a path, or "auto" to search PATH
+};
+
+struct CleanOptions {
+    CommonOptions common;
+    std::string profile = "maximum-privacy";
+    std::vector<std::string> keep;
+    std::vector<std::string> remove;
+    std::optional<std::filesystem::path> outputDir;
+    unsigned jobs = 0;
+    std::vector<std::filesystem::path> paths;
+    std::optional<std::string> password;  // opens encrypted PDFs, which stay protected by it
+};
+
+// What is wrong with the --exiftool option, for people; absent when it is usable or not given.
+std::optional<std::string> exifToolOptionProblem(const CommonOptions& options);
+
+int runFormats(const CommonOptions& options);
+int runInspect(const CommonOptions& options, const std::vector<std::filesystem::path>& files);
+int runClean(const CleanOptions& options);
+
+}  // namespace tavrin::cli

@@ -1,0 +1,144 @@
+#include "image/image_source.h"
+
+#include "image/exif_metadata.h"
+#include "image/jpeg_container.h"
+#include "image/png_container.h"
+#include "image/tiff_container.h"
+
+namespace tavrin::image {
+
+using Case = ImageFormatError::Case;
+
+std::optional<ImageFormat> sniffImageFormat(ByteSpan d, bool preferRaw) {
+    if (d.size() < 12) return std::nullopt;
+    if (d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF) return ImageFormat::jpeg;
+    if (d[0] == 0x89 && startsWith(d.subspan(1), "PNG\r\n\x1A\n")) return ImageFormat::png;
+    if (startsWith(d, "GIF87a") || startsWith(d, "GIF89a")) return ImageFormat::gif;
+    if (startsWith(d, "RIFF") && startsWith(d.subspan(8), "WEBP")) return ImageFormat::webp;
+    if (startsWith(d, "BM")) return ImageFormat::bmp;
+    if (startsWith(d, "FUJIFILMCCD-RAW")) return ImageFormat::raw;
+    if (startsWith(d.subspan(4), "ftyp")) {
+        const std::string brand = text(d.subspan(8, 4));
+        if (brand == "crx ") return ImageFormat::raw;
+        if (brand == "heic" || brand == "heix" || brand == "mif1" || brand == "msf1" || brand == "heim" ||
+            brand == "heis" || brand == "hevc" || brand == "hevx" || brand == "avif")
+            return ImageFormat::heic;
+        return std::nullopt;
+    }
+    if (startsWith(d, std::string_view("II*\0", 4)) || startsWith(d, std::string_view("MM\0*", 4)))
+        return preferRaw ? ImageFormat::raw : ImageFormat::tiff;
+    if (startsWith(d, "IIRO") || startsWith(d, "IIRS") || startsWith(d, std::string_view("IIU\0", 4)) ||
+        startsWith(d, "MMOR"))
+        return ImageFormat::raw;
+    return std::nullopt;
+}
+
+std::string_view typeIdentifier(ImageFormat format) {
+    switch (format) {
+        case ImageFormat::jpeg: return "public.jpeg";
+        case ImageFormat::png: return "public.png";
+        case ImageFormat::tiff: return "public.tiff";
+        case ImageFormat::heic: return "public.heic";
+        case ImageFormat::webp: return "org.webmproject.webp";
+        case ImageFormat::gif: return "com.compuserve.gif";
+        case ImageFormat::bmp: return "com.microsoft.bmp";
+        case ImageFormat::raw: return "public.camera-raw-image";
+    }
+    return "";
+}
+
+namespace {
+
+// Canon CR3 keeps its TIFF structures in boxes CMT1 (IFD0), CMT2 (Exif) and CMT4 (GPS) inside
+// a uuid box of the movie box; they are found with a bounded walk over the ISO boxes.
+Properties readCR3Properties(ByteSpan d) {
+    Properties frame;
+    std::vector<std::pair<std::size_t, std::size_t>> stack = {{0, d.size()}};  // ranges of sibling boxes
+    std::size_t visited = 0;
+    while (!stack.empty()) {
+        auto [at, end] = stack.back();
+        stack.pop_back();
+        while (at + 8 <= end) {
+            enforce(++visited < 100000, Case::limitExceeded, "too many boxes");
+            std::uint64_t size = be32(d, at);
+            std::size_t header = 8;
+            if (size == 1) {
+                size = be64(d, at + 8);
+                header = 16;
+            } else if (size == 0) {
+                size = end - at;
+            }
+            enforce(size >= header && size <= end - at, Case::invalidStructure, "a box runs past its parent");
+            const std::string type = text(d.subspan(at + 4, 4));
+            const ByteSpan body = d.subspan(at + header, static_cast<std::size_t>(size) - header);
+            if (type == "moov") stack.emplace_back(at + header, at + size);
+            if (type == "uuid" && body.size() > 16) stack.emplace_back(at + header + 16, at + size);
+            if (type == "CMT1" || type == "CMT2" || type == "CMT4") {
+                const TiffStructure tiff = parseTiff(body, 1);
+                Properties part;
+                addExifProperties(tiff, 0, ExifContext::embedded, part);
+                // CMT2 and CMT4 hold a bare Exif or GPS directory as their first IFD.
+                if (type != "CMT1") {
+                    const auto* tiffDict = subDictionary(part, key::tiff);
+                    if (tiffDict) {
+                        Properties moved = *tiffDict;
+                        part.erase(std::string(key::tiff));
+                        mergeSubDictionary(part, type == "CMT2" ? key::exif : key::gps, std::move(moved));
+                    }
+                }
+                for (auto& [k, v] : part) {
+                    if (v.kind() == MetadataValue::Kind::dictionary) mergeSubDictionary(frame, k, v.asDictionary());
+                    else frame.insert_or_assign(k, v);
+                }
+            }
+            at += static_cast<std::size_t>(size);
+        }
+    }
+    return frame;
+}
+
+}  // namespace
+
+Properties readRawProperties(ByteSpan d) {
+    if (startsWith(d, "FUJIFILMCCD-RAW")) {
+        // The header points at an embedded JPEG, whose Exif describes the shot.
+        const std::uint32_t offset = be32(d, 84), length = be32(d, 88);
+        return jpegContainer::readProperties(slice(d, offset, length));
+    }
+    if (startsWith(d.subspan(4), "ftyp")) return readCR3Properties(d);
+    return tiffContainer::readRawProperties(d);
+}
+
+ImageSource ImageSource::create(Bytes data, bool preferRaw) {
+    auto shared = std::make_shared<const Bytes>(std::move(data));
+    const ByteSpan d = *shared;
+    const auto format = sniffImageFormat(d, preferRaw);
+    enforce(format.has_value(), Case::unknownFormat, "the leading bytes name no image format");
+    std::vector<Properties> frames;
+    switch (*format) {
+        case ImageFormat::jpeg: frames.push_back(jpegContainer::readProperties(d)); break;
+        case ImageFormat::png: frames.push_back(pngContainer::readProperties(d)); break;
+        case ImageFormat::tiff: frames = tiffContainer::readFrames(d); break;
+        case ImageFormat::raw: frames.push_back(readRawProperties(d)); break;
+        default: throw ImageFormatError(Case::unknownFormat, "this image format is not supported yet");
+    }
+    return ImageSource(std::move(shared), *format, std::move(frames));
+}
+
+Bytes writeImage(const ImageSource& source, const std::vector<Properties>& filteredFrames) {
+    enforce(!filteredFrames.empty(), Case::invalidStructure, "no frame properties to write");
+    switch (source.format()) {
+        case ImageFormat::jpeg: return jpegContainer::rebuild(source.bytes(), filteredFrames.front());
+        case ImageFormat::png: return pngContainer::rebuild(source.bytes(), filteredFrames.front());
+        case ImageFormat::tiff: return tiffContainer::rebuild(source.bytes(), filteredFrames);
+        default: break;
+    }
+    throw ImageFormatError(Case::unknownFormat, "this image format cannot be written");
+}
+
+Bytes writeLosslessJPEG(const ImageSource& source) {
+    enforce(source.format() == ImageFormat::jpeg, Case::unknownFormat, "only a JPEG has a lossless path");
+    return jpegContainer::losslessStrip(source.bytes());
+}
+
+}  // namespace tavrin::image

@@ -1,0 +1,54 @@
+#pragma once
+// The reader for docx, xlsx and pptx: the core, extended and custom property parts, then
+// what the hidden-content detectors find. It reads only those parts (and the few the
+// detectors name), never the document body or its media. Items have the source `zipXML` and
+// equal id and key ("Core.Creator", "App.Company", "Custom.<name>").
+
+#include <cstdint>
+#include <exception>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/metadata_reader.h"
+
+namespace tavrin {
+
+class OfficeMetadataReaderError : public std::exception {
+public:
+    enum class Case { cannotOpenArchive, xmlParsingFailed };
+    static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
+    static OfficeMetadataReaderError xmlParsingFailed(std::string part, std::string reason) {
+        return OfficeMetadataReaderError(Case::xmlParsingFailed, std::move(part), std::move(reason));
+    }
+    Case errorCase() const { return case_; }
+    const std::string& part() const { return part_; }
+    std::string description() const;
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    OfficeMetadataReaderError(Case c, std::string part, std::string reason)
+        : case_(c), part_(std::move(part)), reason_(std::move(reason)), text_(description()) {}
+    Case case_;
+    std::string part_;
+    std::string reason_;
+    std::string text_;
+};
+
+class OfficeMetadataReader : public MetadataReader {
+public:
+    std::set<FileType> supportedTypes() const override { return {FileType::docx, FileType::xlsx, FileType::pptx}; }
+    // A readable file with a supported extension that opens as a ZIP archive.
+    bool canRead(const std::filesystem::path& url) const override;
+    // Throws PipelineError (fileTypeUnknown, or readFailed around cannotOpenArchive),
+    // OfficeMetadataReaderError for a property part that is not XML, or the ArchiveError of a
+    // property part that cannot be extracted.
+    MetadataTree readMetadata(const std::filesystem::path& url) const override;
+
+    // The items of each property part; throw xmlParsingFailed for malformed XML.
+    static std::vector<MetadataItem> parseCoreXML(std::span<const std::uint8_t> data);
+    static std::vector<MetadataItem> parseAppXML(std::span<const std::uint8_t> data);
+    static std::vector<MetadataItem> parseCustomXML(std::span<const std::uint8_t> data);
+};
+
+}  // namespace tavrin

@@ -1,0 +1,154 @@
+#include "office/office_text_encoding.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tavrin {
+
+namespace {
+
+const std::string byteOrderMark = "\xEF\xBB\xBF";
+
+void appendUTF8(std::string& out, std::uint32_t scalar) {
+    if (scalar < 0x80) {
+        out.push_back(static_cast<char>(scalar));
+    } else if (scalar < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (scalar >> 6)));
+        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
+    } else if (scalar < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (scalar >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (scalar >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((scalar >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
+    }
+}
+
+std::string_view withoutLeadingBOM(std::string_view text) {
+    return text.substr(0, 3) == byteOrderMark ? text.substr(3) : text;
+}
+
+bool looksLikeMarkup(std::string_view text) {
+    return text.find('<') != std::string_view::npos && text.find('\0') == std::string_view::npos;
+}
+
+// The first `count` scalars of UTF-8 text, lower-cased in ASCII.
+std::string lowerCasedPrefix(const std::string& text, std::size_t count) {
+    std::size_t end = 0;
+    for (std::size_t scalars = 0; end < text.size() && scalars < count; ++scalars) {
+        ++end;
+        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) ++end;
+    }
+    std::string prefix = text.substr(0, end);
+    std::transform(prefix.begin(), prefix.end(), prefix.begin(), [](unsigned char c) {
+        return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    });
+    return prefix;
+}
+
+}  // namespace
+
+std::optional<std::string> OfficeTextEncoding::decodeUTF8(std::span<const std::uint8_t> data) {
+    std::size_t i = 0;
+    const std::size_t n = data.size();
+    while (i < n) {
+        const std::uint8_t c = data[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t length;
+        std::uint32_t scalar;
+        if ((c & 0xE0) == 0xC0) {
+            length = 2;
+            scalar = c & 0x1F;
+        } else if ((c & 0xF0) == 0xE0) {
+            length = 3;
+            scalar = c & 0x0F;
+        } else if ((c & 0xF8) == 0xF0) {
+            length = 4;
+            scalar = c & 0x07;
+        } else {
+            return std::nullopt;
+        }
+        if (n - i < length) return std::nullopt;
+        for (std::size_t k = 1; k < length; ++k) {
+            if ((data[i + k] & 0xC0) != 0x80) return std::nullopt;
+            scalar = (scalar << 6) | (data[i + k] & 0x3F);
+        }
+        static constexpr std::uint32_t smallest[5] = {0, 0, 0x80, 0x800, 0x10000};
+        if (scalar < smallest[length] || scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) return std::nullopt;
+        i += length;
+    }
+    return std::string(reinterpret_cast<const char*>(data.data()), data.size());
+}
+
+std::optional<std::string> OfficeTextEncoding::decodeUTF16(std::span<const std::uint8_t> data, bool bigEndian) {
+    if (data.size() % 2 != 0) return std::nullopt;
+    std::string out;
+    out.reserve(data.size());
+    const auto unitAt = [&](std::size_t i) -> std::uint32_t {
+        return bigEndian ? (data[i] << 8) | data[i + 1] : data[i] | (data[i + 1] << 8);
+    };
+    for (std::size_t i = 0; i < data.size(); i += 2) {
+        const std::uint32_t unit = unitAt(i);
+        if (unit >= 0xD800 && unit <= 0xDBFF) {
+            if (i + 3 >= data.size()) return std::nullopt;
+            const std::uint32_t low = unitAt(i + 2);
+            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
+            appendUTF8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
+            i += 2;
+        } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
+            return std::nullopt;
+        } else {
+            appendUTF8(out, unit);
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> OfficeTextEncoding::decodeUTF16WithoutBOM(std::span<const std::uint8_t> data) {
+    for (bool bigEndian : {false, true}) {
+        auto text = decodeUTF16(data, bigEndian);
+        if (text && looksLikeMarkup(withoutLeadingBOM(*text))) return text;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> OfficeTextEncoding::decodeXML(std::span<const std::uint8_t> data) {
+    std::optional<std::string> text;
+    // 1. A byte order mark decides, when its decoding works.
+    if (data.size() >= 2) {
+        if (data.size() >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) text = decodeUTF8(data);
+        else if (data[0] == 0xFE && data[1] == 0xFF) text = decodeUTF16(data, true);
+        else if (data[0] == 0xFF && data[1] == 0xFE) text = decodeUTF16(data, false);
+    }
+    if (!text) {
+        // 3. Many zero bytes near the start mean UTF-16 without a mark.
+        const std::size_t taken = std::min<std::size_t>(data.size(), 256);
+        const auto zeros = std::count(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(taken), 0);
+        const bool looksUTF16 = taken >= 4 && static_cast<double>(zeros) / static_cast<double>(taken) > 0.2;
+        if (looksUTF16) {
+            text = decodeUTF16WithoutBOM(data);
+            if (!text) text = decodeUTF8(data);
+        } else if ((text = decodeUTF8(data))) {
+            // 4. A declaration that claims UTF-16 is believed only if the bytes agree.
+            const std::string head = lowerCasedPrefix(*text, 120);
+            if (head.find("encoding=\"utf-16\"") != std::string::npos || head.find("encoding='utf-16'") != std::string::npos)
+                if (auto utf16 = decodeUTF16WithoutBOM(data)) text = std::move(utf16);
+        } else {
+            // 5.
+            text = decodeUTF16WithoutBOM(data);
+        }
+    }
+    if (!text) return std::nullopt;
+    // 6. Non-text data that happens to decode is refused.
+    if (text->compare(0, 3, byteOrderMark) == 0) text->erase(0, 3);
+    if (!looksLikeMarkup(*text)) return std::nullopt;
+    return text;
+}
+
+}  // namespace tavrin

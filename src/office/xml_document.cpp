@@ -1,0 +1,382 @@
+#include "office/xml_document.h"
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/tree.h>
+#include <libxml/xpath.h>
+
+#include <climits>
+#include <mutex>
+
+namespace tavrin {
+
+namespace {
+
+using Case = XMLDocumentError::Case;
+
+const xmlChar* xml(const std::string& text) { return reinterpret_cast<const xmlChar*>(text.c_str()); }
+std::string text(const xmlChar* value) { return value ? reinterpret_cast<const char*>(value) : ""; }
+
+// libxml2 wants one initialisation before threads use it.
+void initializeLibrary() {
+    static std::once_flag once;
+    std::call_once(once, [] { xmlInitParser(); });
+}
+
+// Errors are collected in the context, never printed.
+void ignoreError(void*, xmlErrorPtr) {}
+
+struct ParseState {
+    bool sawDocumentType = false;
+};
+
+// A DOCTYPE is where entities are declared; refusing it ends every entity attack at once.
+void refuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
+    auto* parser = static_cast<xmlParserCtxtPtr>(context);
+    static_cast<ParseState*>(parser->_private)->sawDocumentType = true;
+    xmlStopParser(parser);
+}
+
+std::string qualifiedName(const xmlNode* node) {
+    std::string name = text(node->name);
+    if (node->ns && node->ns->prefix) return text(node->ns->prefix) + ":" + name;
+    return name;
+}
+
+std::pair<std::string, std::string> splitName(std::string_view name) {
+    const auto colon = name.find(':');
+    if (colon == std::string_view::npos) return {"", std::string(name)};
+    return {std::string(name.substr(0, colon)), std::string(name.substr(colon + 1))};
+}
+
+bool isChildKind(const xmlNode* node) {
+    switch (node->type) {
+        case XML_ELEMENT_NODE:
+        case XML_TEXT_NODE:
+        case XML_CDATA_SECTION_NODE:
+        case XML_COMMENT_NODE:
+        case XML_PI_NODE:
+        case XML_ENTITY_REF_NODE:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Links `child` under `parent` before `before` (or last), without the text merging that
+// xmlAddChild does: merging frees nodes that handles may still name.
+void link(xmlNode* parent, xmlNode* child, xmlNode* before) {
+    if (child->doc != parent->doc || !isChildKind(child) || parent->type != XML_ELEMENT_NODE)
+        throw XMLDocumentError(Case::invalidEdit, "the node cannot be inserted there");
+    for (const xmlNode* p = parent; p; p = p->parent)
+        if (p == child) throw XMLDocumentError(Case::invalidEdit, "a node cannot contain itself");
+    if (child->parent || child->prev || child->next) xmlUnlinkNode(child);
+    child->parent = parent;
+    if (before) {
+        child->next = before;
+        child->prev = before->prev;
+        if (before->prev) before->prev->next = child;
+        else parent->children = child;
+        before->prev = child;
+    } else {
+        child->prev = parent->last;
+        child->next = nullptr;
+        if (parent->last) parent->last->next = child;
+        else parent->children = child;
+        parent->last = child;
+    }
+    // An element made with a prefixed name takes its namespace from where it now stands.
+    if (child->type == XML_ELEMENT_NODE && child->ns == nullptr) {
+        const auto [prefix, local] = splitName(text(child->name));
+        if (!prefix.empty()) {
+            if (xmlNs* ns = xmlSearchNs(child->doc, parent, xml(prefix))) {
+                xmlSetNs(child, ns);
+                xmlNodeSetName(child, xml(local));
+            }
+        }
+    }
+}
+
+xmlNode* childAt(xmlNode* parent, std::size_t index) {
+    xmlNode* c = parent->children;
+    for (std::size_t i = 0; c && i < index; ++i) c = c->next;
+    return c;
+}
+
+}  // namespace
+
+std::string XMLDocumentError::description() const {
+    switch (case_) {
+        case Case::malformedDocument: return "The XML is malformed: " + reason_;
+        case Case::documentTypeNotAllowed: return "The XML declares a document type, which is not allowed here";
+        case Case::invalidXPath: return "The XPath expression could not be evaluated: " + reason_;
+        case Case::invalidEdit: return "The XML could not be changed: " + reason_;
+    }
+    return "";
+}
+
+// MARK: XMLDocument
+
+XMLDocument::XMLDocument(std::span<const std::uint8_t> data) {
+    initializeLibrary();
+    if (data.size() > INT_MAX) throw XMLDocumentError(Case::malformedDocument, "the document is too large");
+    xmlParserCtxtPtr parser =
+        xmlCreateMemoryParserCtxt(reinterpret_cast<const char*>(data.data()), static_cast<int>(data.size()));
+    if (!parser) throw XMLDocumentError(Case::malformedDocument, "the document is empty");
+    ParseState state;
+    parser->_private = &state;
+    parser->sax->serror = ignoreError;
+    parser->sax->internalSubset = refuseDocumentType;
+    // Never XML_PARSE_RECOVER (malformed input must fail) or XML_PARSE_NOENT (no entity
+    // expansion); XML_PARSE_HUGE lifts libxml2's own depth cap, since our gate runs first.
+    xmlCtxtUseOptions(parser, XML_PARSE_NONET | XML_PARSE_HUGE);
+    xmlParseDocument(parser);
+    xmlDoc* doc = parser->myDoc;
+    const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType;
+    std::string reason;
+    if (const xmlError* error = xmlCtxtGetLastError(parser); error && error->message) reason = error->message;
+    while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
+    xmlFreeParserCtxt(parser);
+    if (!wellFormed || !doc) {
+        if (doc) xmlFreeDoc(doc);
+        if (state.sawDocumentType) throw XMLDocumentError(Case::documentTypeNotAllowed);
+        throw XMLDocumentError(Case::malformedDocument, reason.empty() ? "not well-formed" : reason);
+    }
+    doc_ = doc;
+    doc_->_private = this;
+}
+
+void XMLDocument::release() {
+    if (!doc_) return;
+    // Free the detached subtrees that were not inserted again; all nodes are still alive here.
+    std::vector<xmlNode*> roots;
+    for (xmlNode* node : detached_)
+        if (node->parent == nullptr) roots.push_back(node);
+    for (xmlNode* node : roots) xmlFreeNode(node);
+    detached_.clear();
+    xmlFreeDoc(doc_);
+    doc_ = nullptr;
+}
+
+XMLDocument::~XMLDocument() { release(); }
+
+XMLDocument::XMLDocument(XMLDocument&& other) noexcept : doc_(other.doc_), detached_(std::move(other.detached_)) {
+    other.doc_ = nullptr;
+    other.detached_.clear();
+    if (doc_) doc_->_private = this;
+}
+
+XMLDocument& XMLDocument::operator=(XMLDocument&& other) noexcept {
+    if (this != &other) {
+        release();
+        doc_ = other.doc_;
+        detached_ = std::move(other.detached_);
+        other.doc_ = nullptr;
+        other.detached_.clear();
+        if (doc_) doc_->_private = this;
+    }
+    return *this;
+}
+
+XMLDocument& XMLDocument::owner(xmlNode* node) { return *static_cast<XMLDocument*>(node->doc->_private); }
+
+void XMLDocument::keepDetached(xmlNode* node) { detached_.insert(node); }
+
+std::optional<XMLElement> XMLDocument::rootElement() const {
+    xmlNode* root = xmlDocGetRootElement(doc_);
+    if (!root) return std::nullopt;
+    return XMLElement(root);
+}
+
+void XMLDocument::setCharacterEncoding(std::string_view encoding) {
+    if (doc_->encoding) xmlFree(const_cast<xmlChar*>(doc_->encoding));
+    doc_->encoding = xmlStrndup(reinterpret_cast<const xmlChar*>(encoding.data()), static_cast<int>(encoding.size()));
+}
+
+std::vector<std::uint8_t> XMLDocument::xmlData() const {
+    xmlChar* memory = nullptr;
+    int size = 0;
+    xmlDocDumpMemoryEnc(doc_, &memory, &size, reinterpret_cast<const char*>(doc_->encoding));
+    std::vector<std::uint8_t> bytes(memory, memory + (memory ? size : 0));
+    xmlFree(memory);
+    return bytes;
+}
+
+XMLElement XMLDocument::createElement(std::string_view name) {
+    xmlNode* node = xmlNewDocNode(doc_, nullptr, xml(std::string(name)), nullptr);
+    keepDetached(node);
+    return XMLElement(node);
+}
+
+XMLNode XMLDocument::createText(std::string_view value) {
+    xmlNode* node = xmlNewDocTextLen(doc_, reinterpret_cast<const xmlChar*>(value.data()), static_cast<int>(value.size()));
+    keepDetached(node);
+    return XMLNode(node);
+}
+
+// MARK: XMLNode
+
+XMLNode::Kind XMLNode::kind() const {
+    switch (node_->type) {
+        case XML_ELEMENT_NODE: return Kind::element;
+        case XML_ATTRIBUTE_NODE: return Kind::attribute;
+        case XML_TEXT_NODE: return Kind::text;
+        case XML_CDATA_SECTION_NODE: return Kind::cdata;
+        case XML_COMMENT_NODE: return Kind::comment;
+        case XML_PI_NODE: return Kind::processingInstruction;
+        default: return Kind::other;
+    }
+}
+
+std::string XMLNode::name() const {
+    switch (node_->type) {
+        case XML_ELEMENT_NODE:
+        case XML_ATTRIBUTE_NODE: return qualifiedName(node_);
+        case XML_PI_NODE: return text(node_->name);
+        default: return "";
+    }
+}
+
+std::string XMLNode::localName() const {
+    switch (node_->type) {
+        case XML_ELEMENT_NODE:
+        case XML_ATTRIBUTE_NODE:
+        case XML_PI_NODE: return text(node_->name);
+        default: return "";
+    }
+}
+
+std::string XMLNode::prefix() const {
+    if ((node_->type == XML_ELEMENT_NODE || node_->type == XML_ATTRIBUTE_NODE) && node_->ns && node_->ns->prefix)
+        return text(node_->ns->prefix);
+    return "";
+}
+
+std::string XMLNode::uri() const {
+    if ((node_->type == XML_ELEMENT_NODE || node_->type == XML_ATTRIBUTE_NODE) && node_->ns && node_->ns->href)
+        return text(node_->ns->href);
+    return "";
+}
+
+std::string XMLNode::stringValue() const {
+    xmlChar* content = xmlNodeGetContent(node_);
+    std::string value = text(content);
+    xmlFree(content);
+    return value;
+}
+
+void XMLNode::setStringValue(std::string_view value) {
+    auto* bytes = reinterpret_cast<const xmlChar*>(value.data());
+    const int length = static_cast<int>(value.size());
+    switch (node_->type) {
+        case XML_ELEMENT_NODE: {
+            XMLDocument& document = XMLDocument::owner(node_);
+            while (xmlNode* child = node_->children) {
+                xmlUnlinkNode(child);
+                document.keepDetached(child);
+            }
+            link(node_, xmlNewDocTextLen(node_->doc, bytes, length), nullptr);
+            break;
+        }
+        case XML_ATTRIBUTE_NODE: {
+            // An attribute's text children are never handed out, so they may be freed.
+            xmlFreeNodeList(node_->children);
+            xmlNode* child = xmlNewDocTextLen(node_->doc, bytes, length);
+            child->parent = node_;
+            node_->children = node_->last = child;
+            break;
+        }
+        default:
+            xmlNodeSetContentLen(node_, bytes, length);
+            break;
+    }
+}
+
+std::vector<XMLNode> XMLNode::children() const {
+    std::vector<XMLNode> nodes;
+    if (node_->type == XML_ATTRIBUTE_NODE) return nodes;
+    for (xmlNode* c = node_->children; c; c = c->next) nodes.push_back(XMLNode(c));
+    return nodes;
+}
+
+std::optional<XMLElement> XMLNode::asElement() const {
+    if (node_->type != XML_ELEMENT_NODE) return std::nullopt;
+    return XMLElement(node_);
+}
+
+void XMLNode::detach() {
+    if (!node_->parent && !node_->prev && !node_->next) return;
+    xmlUnlinkNode(node_);
+    XMLDocument::owner(node_).keepDetached(node_);
+}
+
+std::vector<XMLNode> XMLNode::nodesForXPath(std::string_view expression) const {
+    xmlXPathContextPtr context = xmlXPathNewContext(node_->doc);
+    if (!context) throw XMLDocumentError(Case::invalidXPath, "no context");
+    context->node = node_;
+    context->error = ignoreError;
+    xmlXPathObjectPtr result = xmlXPathEvalExpression(xml(std::string(expression)), context);
+    std::vector<XMLNode> nodes;
+    if (!result) {
+        xmlXPathFreeContext(context);
+        throw XMLDocumentError(Case::invalidXPath, std::string(expression));
+    }
+    if (result->type == XPATH_NODESET && result->nodesetval) {
+        for (int i = 0; i < result->nodesetval->nodeNr; ++i) {
+            xmlNode* found = result->nodesetval->nodeTab[i];
+            // Namespace nodes of a node set are not tree nodes; they are never asked for.
+            if (found && found->type != XML_NAMESPACE_DECL) nodes.push_back(XMLNode(found));
+        }
+    }
+    xmlXPathFreeObject(result);
+    xmlXPathFreeContext(context);
+    return nodes;
+}
+
+// MARK: XMLElement
+
+std::vector<XMLNode> XMLElement::attributes() const {
+    std::vector<XMLNode> nodes;
+    for (xmlAttr* a = node_->properties; a; a = a->next) nodes.push_back(XMLNode(reinterpret_cast<xmlNode*>(a)));
+    return nodes;
+}
+
+std::optional<XMLNode> XMLElement::attributeForName(std::string_view name) const {
+    for (xmlAttr* a = node_->properties; a; a = a->next) {
+        auto* node = reinterpret_cast<xmlNode*>(a);
+        if (qualifiedName(node) == name) return XMLNode(node);
+    }
+    return std::nullopt;
+}
+
+void XMLElement::removeAttributeForName(std::string_view name) {
+    if (auto attribute = attributeForName(name)) attribute->detach();
+}
+
+void XMLElement::addAttribute(std::string_view name, std::string_view value) {
+    const auto [prefix, local] = splitName(name);
+    xmlNs* ns = nullptr;
+    if (!prefix.empty()) {
+        ns = xmlSearchNs(node_->doc, node_, xml(prefix));
+        if (!ns) throw XMLDocumentError(Case::invalidEdit, "the prefix " + prefix + " is not declared");
+    }
+    const std::string literal(value);
+    xmlSetNsProp(node_, ns, xml(local), xml(literal));
+}
+
+void XMLElement::addChild(const XMLNode& child) { link(node_, child.node_, nullptr); }
+
+void XMLElement::insertChild(const XMLNode& child, std::size_t index) {
+    xmlNode* before = childAt(node_, index);
+    if (!before && index != children().size()) throw XMLDocumentError(Case::invalidEdit, "index out of range");
+    if (before == child.node_) return;
+    link(node_, child.node_, before);
+}
+
+void XMLElement::removeChild(std::size_t index) {
+    xmlNode* child = childAt(node_, index);
+    if (!child) throw XMLDocumentError(Case::invalidEdit, "index out of range");
+    XMLNode(child).detach();
+}
+
+}  // namespace tavrin

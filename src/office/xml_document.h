@@ -1,0 +1,133 @@
+#pragma once
+// A thin document model over libxml2 with the operations the Office code needs and no more:
+// parse, walk, read and edit names, text and attributes, move nodes, XPath with local-name(),
+// and serialise. Serialising keeps prefixes, namespace declarations, attribute order and
+// element order as parsed.
+//
+// Parsing never recovers from malformed input, never fetches from the network and never
+// expands entities: a document with a DOCTYPE is refused outright (OOXML parts carry none),
+// which also defeats entity bombs. Depth is not limited here; callers run the nesting gate
+// of OfficeXMLDocument first.
+//
+// Node handles are cheap, non-owning views; they stay valid as long as their document lives,
+// detached nodes included (the document frees those at its end). A document is not safe to
+// use from two threads at once; separate documents are.
+
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+struct _xmlDoc;
+struct _xmlNode;
+
+namespace tavrin {
+
+class XMLDocumentError : public std::exception {
+public:
+    enum class Case { malformedDocument, documentTypeNotAllowed, invalidXPath, invalidEdit };
+    XMLDocumentError(Case c, std::string reason = "") : case_(c), reason_(std::move(reason)), text_(description()) {}
+    Case errorCase() const { return case_; }
+    std::string description() const;
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    Case case_;
+    std::string reason_;  // what the XML library said
+    std::string text_;
+};
+
+class XMLElement;
+
+class XMLNode {
+public:
+    enum class Kind { element, attribute, text, cdata, comment, processingInstruction, other };
+
+    Kind kind() const;
+    // Qualified name ("w:t"), local name ("t") and prefix ("w"); empty where a node has none.
+    std::string name() const;
+    std::string localName() const;
+    std::string prefix() const;
+    // The namespace URI of an element or attribute; empty when it has none.
+    std::string uri() const;
+    // The text of the node and all its descendants.
+    std::string stringValue() const;
+    // Replaces the node's content with the literal text (no markup is interpreted).
+    void setStringValue(std::string_view text);
+
+    // Child nodes in document order (elements, text, comments, …); none for an attribute.
+    std::vector<XMLNode> children() const;
+    std::optional<XMLElement> asElement() const;
+    // Takes the node out of its parent; it stays usable and may be inserted again.
+    void detach();
+    // Evaluates an XPath 1.0 expression with this node as context. Throws invalidXPath.
+    std::vector<XMLNode> nodesForXPath(std::string_view expression) const;
+
+    bool operator==(const XMLNode& other) const { return node_ == other.node_; }
+
+protected:
+    friend class XMLDocument;
+    friend class XMLElement;
+    explicit XMLNode(_xmlNode* node) : node_(node) {}
+    _xmlNode* node_;
+};
+
+class XMLElement : public XMLNode {
+public:
+    std::vector<XMLNode> attributes() const;
+    // By qualified name, as written ("r:id").
+    std::optional<XMLNode> attributeForName(std::string_view name) const;
+    void removeAttributeForName(std::string_view name);
+    // Sets the attribute `name` (qualified; its prefix must be declared in scope) to the literal
+    // `value`. An existing attribute of that name keeps its place and takes the new value.
+    void addAttribute(std::string_view name, std::string_view value);
+
+    // Child edits. `child` must belong to the same document; a child that has a parent is
+    // detached first. Throws invalidEdit for an index out of range or a node of another
+    // document, or an insertion that would make a node its own ancestor.
+    void addChild(const XMLNode& child);
+    void insertChild(const XMLNode& child, std::size_t index);
+    void removeChild(std::size_t index);
+
+private:
+    friend class XMLNode;
+    friend class XMLDocument;
+    explicit XMLElement(_xmlNode* node) : XMLNode(node) {}
+};
+
+class XMLDocument {
+public:
+    // Parses `data`. Throws XMLDocumentError for malformed XML or a document type declaration.
+    explicit XMLDocument(std::span<const std::uint8_t> data);
+    ~XMLDocument();
+    XMLDocument(XMLDocument&& other) noexcept;
+    XMLDocument& operator=(XMLDocument&& other) noexcept;
+    XMLDocument(const XMLDocument&) = delete;
+    XMLDocument& operator=(const XMLDocument&) = delete;
+
+    std::optional<XMLElement> rootElement() const;
+    void setCharacterEncoding(std::string_view encoding);
+    // The document as bytes, in its character encoding, with an XML declaration.
+    std::vector<std::uint8_t> xmlData() const;
+
+    // New, detached nodes of this document, to be inserted with addChild or insertChild.
+    // `name` may carry a prefix declared where the element will be inserted.
+    XMLElement createElement(std::string_view name);
+    XMLNode createText(std::string_view text);
+
+private:
+    friend class XMLNode;
+    friend class XMLElement;
+    void keepDetached(_xmlNode* node);
+    static XMLDocument& owner(_xmlNode* node);
+    void release();
+
+    _xmlDoc* doc_ = nullptr;
+    std::unordered_set<_xmlNode*> detached_;
+};
+
+}  // namespace tavrin

@@ -1,0 +1,209 @@
+#include "pdf/pdf_password_processor.h"
+
+#include <chrono>
+
+#include "engine/file_system.h"
+#include "pdf/pdf_latent_content_inspector.h"
+#include "pdf/pdf_rewriter.h"
+
+namespace tavrin {
+
+namespace {
+
+using Error = PDFPasswordError::Case;
+
+std::int64_t sizeOrZero(const std::filesystem::path& path) {
+    try {
+        return fs::fileSize(path);
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+// Opens an encrypted source: with no password when it is not locked, otherwise with `password`.
+std::unique_ptr<PDFDocument> openEncrypted(const std::filesystem::path& source, const std::string& password) {
+    PDFDocument::OpenStatus status;
+    auto document = PDFDocument::open(source, "", &status);
+    if (document) {
+        if (!document->isEncrypted()) throw PDFPasswordError(Error::documentNotEncrypted);
+        return document;
+    }
+    if (status != PDFDocument::OpenStatus::passwordRequired) throw PDFPasswordError(Error::cannotOpenDocument);
+    document = PDFDocument::open(source, password, &status);
+    if (!document) {
+        throw PDFPasswordError(status == PDFDocument::OpenStatus::passwordRequired ? Error::incorrectPassword
+                                                                                   : Error::cannotOpenDocument);
+    }
+    return document;
+}
+
+}  // namespace
+
+bool PDFPasswordProcessor::isEncrypted(const std::filesystem::path& at) {
+    PDFDocument::OpenStatus status;
+    auto document = PDFDocument::open(at, "", &status);
+    if (document) return document->isEncrypted();
+    return status == PDFDocument::OpenStatus::passwordRequired;
+}
+
+CleaningResult PDFPasswordProcessor::cleanEncrypted(const std::filesystem::path& source,
+                                                    const std::filesystem::path& output, const std::string& password,
+                                                    const CleaningProfile& profile,
+                                                    const PDFPasswordPolicy& policy) const {
+    auto document = openEncrypted(source, password);
+    return cleanAndWrite({*document, source, output, profile, policy, true});
+}
+
+CleaningResult PDFPasswordProcessor::removePassword(const std::filesystem::path& source,
+                                                    const std::filesystem::path& output, const std::string& password,
+                                                    const CleaningProfile& profile) const {
+    auto document = openEncrypted(source, password);
+    return cleanAndWrite({*document, source, output, profile, PDFPasswordPolicy{}, true});
+}
+
+CleaningResult PDFPasswordProcessor::addPassword(const std::filesystem::path& source,
+                                                 const std::filesystem::path& output, const CleaningProfile& profile,
+                                                 const PDFPasswordPolicy& policy) const {
+    PDFDocument::OpenStatus status;
+    auto document = PDFDocument::open(source, "", &status);
+    if (!document) {
+        throw PDFPasswordError(status == PDFDocument::OpenStatus::passwordRequired ? Error::documentAlreadyEncrypted
+                                                                                   : Error::cannotOpenDocument);
+    }
+    if (document->isEncrypted()) throw PDFPasswordError(Error::documentAlreadyEncrypted);
+    if (!policy.hasAnyPassword()) throw PDFPasswordError(Error::noPasswordProvided);
+    return cleanAndWrite({*document, source, output, profile, policy, false});
+}
+
+std::set<std::string> PDFPasswordProcessor::identifyingValues(const PDFDocumentAttributes& attributes) {
+    std::set<std::string> values;
+    for (PDFInfoAttribute a : {PDFInfoAttribute::author, PDFInfoAttribute::title, PDFInfoAttribute::subject,
+                               PDFInfoAttribute::keywords, PDFInfoAttribute::creator}) {
+        auto found = attributes.find(a);
+        if (found == attributes.end()) continue;
+        const MetadataValue& v = found->second;
+        if (v.kind() == MetadataValue::Kind::string && !v.asString().empty()) values.insert(v.asString());
+        if (v.kind() == MetadataValue::Kind::array)
+            for (const auto& e : v.asArray())
+                if (e.kind() == MetadataValue::Kind::string && !e.asString().empty()) values.insert(e.asString());
+    }
+    return values;
+}
+
+bool PDFPasswordProcessor::decryptedStringsConfirmNoResidue(PDFDocument& document,
+                                                            const std::set<std::string>& removedValues) {
+    std::vector<std::string> needles;
+    for (const auto& v : removedValues)
+        if (v.size() >= 5) needles.push_back(v);
+    if (needles.empty()) return true;
+    try {
+        QPDF& q = document.qpdf();
+        std::vector<QPDFObjectHandle> pending;
+        for (QPDFObjectHandle object : q.getAllObjects()) pending.push_back(object);
+        pending.push_back(q.getTrailer());
+        // Indirect references are not followed: every indirect object is on the list already,
+        // so the walk visits each direct value once and cannot loop.
+        while (!pending.empty()) {
+            QPDFObjectHandle o = pending.back();
+            pending.pop_back();
+            if (o.isStream()) {
+                pending.push_back(o.getDict());
+            } else if (o.isDictionary()) {
+                for (const auto& key : o.getKeys()) {
+                    QPDFObjectHandle value = o.getKey(key);
+                    if (!value.isIndirect()) pending.push_back(value);
+                }
+            } else if (o.isArray()) {
+                for (QPDFObjectHandle value : o.getArrayAsVector())
+                    if (!value.isIndirect()) pending.push_back(value);
+            } else if (o.isString()) {
+                const std::string text = o.getUTF8Value();
+                for (const auto& needle : needles)
+                    if (text.find(needle) != std::string::npos) return false;
+            }
+        }
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
+}
+
+void PDFPasswordProcessor::verifyOutput(const std::filesystem::path& at, const CleaningProfile& profile,
+                                        const PDFPasswordPolicy& policy, const std::set<std::string>& originalValues) {
+    PDFDocument::OpenStatus status;
+    auto document = PDFDocument::open(at, "", &status);
+    if (policy.hasAnyPassword()) {
+        if (!document && status != PDFDocument::OpenStatus::passwordRequired)
+            throw PDFPasswordError(Error::outputNotCreated);
+        // A user password must be needed to open the file; without one, the file must still
+        // carry its encryption (the owner's restrictions).
+        if (document && (policy.hasUserPassword() || !document->isEncrypted()))
+            throw PDFPasswordError(Error::encryptionNotApplied);
+        if (!document && policy.hasUserPassword()) document = PDFDocument::open(at, *policy.userPassword);
+        if (!document && policy.hasOwnerPassword()) document = PDFDocument::open(at, *policy.ownerPassword);
+        if (!document) throw PDFPasswordError(Error::verificationFailed);
+        if (!document->isEncrypted()) throw PDFPasswordError(Error::encryptionNotApplied);
+    } else {
+        if (!document) throw PDFPasswordError(Error::outputNotCreated);
+        if (document->isEncrypted()) throw PDFPasswordError(Error::encryptionNotRemoved);
+    }
+
+    const PDFDocumentAttributes attributes = document->documentAttributes();
+    for (const auto& value : identifyingValues(attributes))
+        if (originalValues.count(value)) throw PDFPasswordError(Error::verificationFailed);
+    auto findings = PDFLatentContentInspector::inspect(*document);
+    const bool clean = PDFMetadataWriter::identifyingInfoVerifiesClean(attributes, profile) &&
+                       PDFMetadataWriter::annotationsReadClean(*document, profile) &&
+                       PDFMetadataWriter::confirmsNoMetadataStream(*document) &&
+                       PDFMetadataWriter::confirmsNoEmbeddedFiles(*document) && findings &&
+                       !findings->hasJavaScript() && PDFMetadataWriter::confirmsNoImageMetadata(*document) &&
+                       decryptedStringsConfirmNoResidue(*document, originalValues) &&
+                       !document->qpdf().anyWarnings();
+    if (!clean) throw PDFPasswordError(Error::verificationFailed);
+}
+
+CleaningResult PDFPasswordProcessor::cleanAndWrite(const Request& request) {
+    const auto start = std::chrono::steady_clock::now();
+    PDFDocumentAttributes originalAttributes;
+    PDFMetadataWriter::InMemoryScrubResult scrub;
+    std::set<std::string> removedValues;
+    try {
+        originalAttributes = request.document.documentAttributes();
+        removedValues = PDFMetadataWriter::removedIdentifyingInfoValues(originalAttributes, request.profile);
+        scrub = PDFMetadataWriter::scrubInMemory(request.document, request.profile);
+        for (const auto& v : PDFMetadataWriter::removedTextValues(scrub.removed)) removedValues.insert(v);
+    } catch (const std::exception&) {
+        throw PDFPasswordError(Error::cannotOpenDocument);
+    }
+    try {
+        PDFRewriter::write(request.document, request.output, request.policy);
+    } catch (const PDFWriterError&) {
+        throw PDFPasswordError(Error::cannotWriteDocument);
+    }
+    if (!fs::isReadableFile(request.output)) throw PDFPasswordError(Error::outputNotCreated);
+    // An appended plain Info object would not belong to an encrypted file; with a password the
+    // checks of verifyOutput stand in its place.
+    if (!request.policy.hasAnyPassword() &&
+        !PDFMetadataWriter::scrubReinjectedInfo(request.output, request.profile, originalAttributes, removedValues))
+        throw PDFPasswordError(Error::verificationFailed);
+    verifyOutput(request.output, request.profile, request.policy, removedValues);
+
+    CleaningResult result;
+    result.sourceURL = request.source;
+    result.outputURL = request.output;
+    result.originalSize = sizeOrZero(request.source);
+    result.cleanedSize = sizeOrZero(request.output);
+    result.removedItems = std::move(scrub.removed);
+    result.retainedItems = std::move(scrub.retained);
+    result.profileUsed = request.profile;
+    result.verifiedClean = true;
+    std::set<MetadataCategory> remaining;
+    for (const auto& item : result.retainedItems) remaining.insert(item.category);
+    result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
+    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
+              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+}  // namespace tavrin

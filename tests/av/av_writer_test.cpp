@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+
+#include "av/av_errors.h"
+#include "av/av_metadata_reader.h"
+#include "av/av_metadata_writer.h"
+#include "av_fixtures.h"
+#include "engine/pipeline_error.h"
+#include "support/test_support.h"
+
+namespace tavrin {
+namespace {
+
+using namespace testing::av;
+using W = AVMetadataWriter;
+
+// Values that every dirty fixture carries and no cleaned copy may.
+const std::vector<std::string> kDirtyValues = {"+48.8584+002.2945", "Ana Singer", "Test Phone 15", "CamApp 2.1",
+                                               "Lavf"};
+
+// The QuickTime atoms a phone writes, added to a playable movie.
+std::string phoneAtoms() {
+    return box("udta", userDataText(cr("xyz"), "+48.8584+002.2945/") + userDataText(cr("swr"), "CamApp 2.1")) +
+           quickTimeMeta({{"com.apple.quicktime.location.ISO6709", "+48.8584+002.2945+035.000/"},
+                          {"com.apple.quicktime.make", "Tavrin"},
+                          {"com.apple.quicktime.model", "Test Phone 15"},
+                          {"com.apple.quicktime.creationdate", "2024-03-05T14:02:11+0100"}});
+}
+
+struct WritableCase {
+    std::string name;
+    MediaSpec spec;
+    bool addPhoneAtoms;
+};
+
+std::vector<WritableCase> writableCases() {
+    const std::vector<std::pair<std::string, std::string>> tags = {
+        {"artist", "Ana Singer"}, {"title", "Holiday"}, {"date", "2024-03-05"}, {"comment", "Test Phone 15"}};
+    return {
+        {"clip.mov", {"mov", true, Audio::pcm, tags}, true},
+        {"clip.mp4", {"mp4", true, Audio::mp3, tags}, true},
+        {"clip.m4v", {"mp4", true, Audio::aac, tags}, true},
+        {"song.m4a", {"ipod", false, Audio::aac, tags}, true},
+        {"song.mp3", {"mp3", false, Audio::mp3, tags}, false},
+        {"take.wav", {"wav", false, Audio::pcm, tags}, false},
+        {"take.aiff", {"aiff", false, Audio::pcm, tags}, false},
+    };
+}
+
+std::filesystem::path makeCase(const testing::TempDir& dir, const WritableCase& c) {
+    const auto path = dir / c.name;
+    makeMedia(path, c.spec);
+    if (c.addPhoneAtoms) appendToMoov(path, phoneAtoms());
+    return path;
+}
+
+TEST(AVMetadataWriter, copiesEveryStreamAndDropsEveryTagOnAFullStrip) {
+    for (const auto& c : writableCases()) {
+        SCOPED_TRACE(c.name);
+        testing::TempDir dir;
+        const auto source = makeCase(dir, c);
+        const std::string sourceBytes = testing::readFile(source);
+        const auto before = probe(source);
+        ASSERT_FALSE(AVMetadataReader::loadMetadataSync(source).empty());
+
+        const auto out = dir / ("clean-" + c.name);
+        const CleaningResult result = W().cleanMetadata(source, out, CleaningProfile::maximumPrivacy());
+        EXPECT_FALSE(result.verifiedClean);
+        EXPECT_FALSE(result.removedItems.empty());
+        EXPECT_TRUE(result.retainedItems.empty());
+        EXPECT_TRUE(result.remainingMetadataClasses.empty());
+        EXPECT_EQ(result.originalSize, static_cast<std::int64_t>(sourceBytes.size()));
+        EXPECT_GT(result.cleanedSize, 0);
+        EXPECT_EQ(testing::readFile(source), sourceBytes) << "the source was written";
+
+        const auto after = probe(out);
+        EXPECT_EQ(after.streams, before.streams);
+        EXPECT_EQ(after.packets, before.packets);
+        for (const auto& [key, value] : after.formatTags) {
+            for (const auto& dirty : kDirtyValues) EXPECT_EQ(value.find(dirty), std::string::npos) << key << "=" << value;
+        }
+        const std::string bytes = testing::readFile(out);
+        for (const auto& dirty : kDirtyValues) EXPECT_EQ(bytes.find(dirty), std::string::npos) << dirty;
+        for (const auto& item : AVMetadataReader::loadMetadataSync(out))
+            ADD_FAILURE() << "left in the copy: " << item.id << " = " << item.value.description();
+    }
+}
+
+TEST(AVMetadataWriter, keepsWhatASelectiveProfileKeeps) {
+    testing::TempDir dir;
+    const auto source = dir / "clip.mov";
+    makeMedia(source, {"mov", true, Audio::pcm, {}});
+    appendToMoov(source, phoneAtoms());
+    CleaningProfile profile = CleaningProfile::locationOnly();
+    ASSERT_FALSE(W::isFullStrip(profile));
+    const auto result = W().cleanMetadata(source, dir / "out.mov", profile);
+
+    std::set<std::string> removed, retained;
+    for (const auto& item : result.removedItems) removed.insert(item.id);
+    for (const auto& item : result.retainedItems) retained.insert(item.id);
+    EXPECT_TRUE(removed.count("QuickTimeMetadata.com.apple.quicktime.location.ISO6709"));
+    EXPECT_TRUE(retained.count("QuickTimeMetadata.com.apple.quicktime.make"));
+
+    std::map<std::string, MetadataValue> after;
+    for (const auto& item : AVMetadataReader::loadMetadataSync(dir / "out.mov")) after[item.id] = item.value;
+    EXPECT_EQ(after["QuickTimeMetadata.com.apple.quicktime.model"], MetadataValue::string("Test Phone 15"));
+    EXPECT_FALSE(after.count("QuickTimeMetadata.com.apple.quicktime.location.ISO6709"));
+    EXPECT_EQ(testing::readFile(dir / "out.mov").find("+48.8584"), std::string::npos);
+}
+
+TEST(AVMetadataWriter, choosesTheModeFromTheProfile) {
+    CleaningProfile all;
+    for (MetadataCategory c : metadataCategories::allCases()) all.categoriesToRemove.insert(c);
+    EXPECT_TRUE(W::isFullStrip(all));
+    CleaningProfile keepsOne = all;
+    keepsOne.specificKeysToKeep.insert("QuickTimeMetadata.com.apple.quicktime.make");
+    EXPECT_FALSE(W::isFullStrip(keepsOne));
+    CleaningProfile fourOfFive = all;
+    fourOfFive.categoriesToRemove.erase(MetadataCategory::softwareInfo);
+    EXPECT_FALSE(W::isFullStrip(fourOfFive));
+
+    const std::vector<AVMetadataEntry> entries = {
+        {"mdta/com.apple.quicktime.make", "make", std::string("Tavrin")},
+        {"mdta/com.apple.quicktime.location.ISO6709", "location", std::string("+1+2/")},
+        {"itsk/\u00a9too", "software", std::string("Lavf")},
+    };
+    const auto [kept, removed] = W::filterMetadata(entries, keepsOne);
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(kept[0].identifier, "mdta/com.apple.quicktime.make");
+    EXPECT_EQ(removed.size(), 2u);
+}
+
+TEST(AVMetadataWriter, mapsExtensionsToOutputTypes) {
+    const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
+        {"a.mov", "mov"},  {"a.MP4", "mp4"},   {"a.m4v", "mp4"}, {"a.m4a", "ipod"}, {"a.wav", "wav"},
+        {"a.aif", "aiff"}, {"a.aiff", "aiff"}, {"a.mp3", "mp3"}, {"a.avi", std::nullopt},
+        {"a.flac", std::nullopt}, {"noext", std::nullopt},
+    };
+    for (const auto& [name, muxer] : cases) EXPECT_EQ(W::avFileType(name), muxer) << name;
+}
+
+TEST(AVMetadataWriter, categorisesAndNamesEntriesByIdentifierAndKey) {
+    using C = MetadataCategory;
+    const std::vector<std::tuple<std::string, C, std::string>> cases = {
+        {"mdta/com.apple.quicktime.location.ISO6709", C::location, "QuickTimeMetadata.com.apple.quicktime.location.ISO6709"},
+        {"qtud/\u00a9cmt", C::softwareInfo, "QuickTimeUserData.\u00a9cmt"},
+        {"mdta/com.apple.quicktime.model", C::deviceInfo, "QuickTimeMetadata.com.apple.quicktime.model"},
+        {"riff/SerialNumber", C::deviceInfo, "AV.SerialNumber"},
+        {"itsk/aART", C::softwareInfo, "iTunes.aART"},
+        {"comn/albumArtist", C::authorIdentity, "Common.albumArtist"},
+        {"mvhd/movieCreationDate", C::timestamps, "AV.movieCreationDate"},
+        {"id3/TYER", C::softwareInfo, "ID3.TYER"},
+        {"", C::softwareInfo, "AV.unknown"},
+    };
+    // The common key of a place or a device decides before the identifier.
+    EXPECT_EQ(W::categorize({"qtud/\u00a9xyz", "location", std::string("+1+2/")}), C::location);
+    EXPECT_EQ(W::categorize({"qtud/\u00a9mod", "model", std::string("X")}), C::deviceInfo);
+    for (const auto& [identifier, category, key] : cases) {
+        const AVMetadataEntry entry{identifier, "", std::string("v")};
+        EXPECT_EQ(W::categorize(entry), category) << identifier;
+        EXPECT_EQ(W::metadataKey(entry), key) << identifier;
+    }
+    // Numbers report as numbers; an unreadable value cannot be reported.
+    EXPECT_EQ(W::convertAVMetadataItem({"itsk/tmpo", "", 2.0}, C::softwareInfo).value, MetadataValue::number(2.0));
+    EXPECT_THROW(W::convertAVMetadataItem({"itsk/covr", "", {}}, C::softwareInfo), AVMetadataReaderError);
+}
+
+TEST(AVMetadataWriter, failsWithoutLeavingAFile) {
+    testing::TempDir dir;
+    // An AVI reaches this writer only when called directly.
+    makeMedia(dir / "clip.avi", {"avi", true, Audio::pcm, {}});
+    try {
+        W().cleanMetadata(dir / "clip.avi", dir / "out.avi", CleaningProfile::maximumPrivacy());
+        FAIL() << "no error";
+    } catch (const PipelineError& e) {
+        EXPECT_EQ(e.errorCase(), PipelineError::Case::writeFailed);
+        EXPECT_EQ(describeError(e.underlying()), "Unsupported AV format: avi");
+    }
+    // Metadata the walkers cannot read is a read failure.
+    testing::writeFile(dir / "broken.mov", box("ftyp", "qt  ") + be32(1u << 30) + "moov");
+    try {
+        W().cleanMetadata(dir / "broken.mov", dir / "out.mov", CleaningProfile::maximumPrivacy());
+        FAIL() << "no error";
+    } catch (const PipelineError& e) {
+        EXPECT_EQ(e.errorCase(), PipelineError::Case::readFailed);
+    }
+    // Atoms the walkers accept but that hold no media: the remux fails and leaves nothing.
+    testing::writeFile(dir / "empty.mov", quickTimeFile(box("udta", userDataText(cr("nam"), "x"))));
+    try {
+        W().cleanMetadata(dir / "empty.mov", dir / "out.mov", CleaningProfile::maximumPrivacy());
+        FAIL() << "no error";
+    } catch (const PipelineError& e) {
+        EXPECT_EQ(e.errorCase(), PipelineError::Case::writeFailed);
+        EXPECT_EQ(describeError(e.underlying()), "AV metadata export failed (the source has no audio or video stream)");
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.mov"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.avi"));
+}
+
+}  // namespace
+}  // namespace tavrin

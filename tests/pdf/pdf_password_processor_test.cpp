@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include "pdf/pdf_metadata_reader.h"
+#include "pdf/pdf_password_processor.h"
+#include "pdf_fixtures.h"
+#include "support/test_support.h"
+
+namespace tavrin {
+namespace {
+
+using testing::DirtyValues;
+using testing::TempDir;
+
+std::filesystem::path write(const TempDir& dir, const std::string& name, const std::string& bytes) {
+    testing::writeFile(dir / name, bytes);
+    return dir / name;
+}
+
+std::string pageText(const std::filesystem::path& pdf, const std::string& password = "") {
+    std::string text;
+    const std::string option = password.empty() ? "" : " -upw " + testing::shellQuote(password);
+    EXPECT_EQ(testing::runCommand("pdftotext -q" + option + " " + testing::shellQuote(pdf.string()) + " -", &text), 0);
+    return text;
+}
+
+PDFPasswordError::Case failureOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const PDFPasswordError& e) {
+        return e.errorCase();
+    }
+    ADD_FAILURE() << "no PDFPasswordError";
+    return PDFPasswordError::Case::cannotOpenDocument;
+}
+
+PDFPasswordPolicy userPolicy(const std::string& user) { return {user, std::nullopt}; }
+
+TEST(PDFPasswordProcessor, cleansAnEncryptedFileAndProtectsItWithTheNewPassword) {
+    TempDir dir;
+    const auto in = write(dir, "in.pdf", testing::encryptedAES256(testing::dirtyPDF(), "old-pw", "old-owner"));
+    const auto out = dir / "out.pdf";
+    const auto result = PDFPasswordProcessor().cleanEncrypted(in, out, "old-pw", CleaningProfile::maximumPrivacy(),
+                                                              userPolicy("new-pw"));
+    EXPECT_TRUE(result.verifiedClean);
+    EXPECT_FALSE(PDFDocument::open(out, ""));
+    EXPECT_FALSE(PDFDocument::open(out, "old-pw"));
+    auto reopened = PDFDocument::open(out, "new-pw");
+    ASSERT_TRUE(reopened);
+    EXPECT_TRUE(reopened->isEncrypted());
+    EXPECT_TRUE(reopened->documentAttributes().empty());
+    EXPECT_EQ(pageText(out, "new-pw"), pageText(in, "old-pw"));
+
+    // Decrypted and uncompressed, no removed value is left.
+    const auto plain = dir / "plain.pdf";
+    ASSERT_EQ(testing::runCommand("qpdf --password=new-pw --decrypt --qdf --object-streams=disable " +
+                                  testing::shellQuote(out.string()) + " " + testing::shellQuote(plain.string())),
+              0);
+    const std::string qdf = testing::readFile(plain);
+    for (const char* value : {DirtyValues::author, DirtyValues::firstAuthor, DirtyValues::xmpCreator,
+                              DirtyValues::annotationAuthor, DirtyValues::annotationText})
+        EXPECT_EQ(qdf.find(value), std::string::npos) << value;
+}
+
+TEST(PDFPasswordProcessor, removesThePasswordWithAnEmptyPolicy) {
+    TempDir dir;
+    const auto in = write(dir, "in.pdf", testing::encryptedAES256(testing::dirtyPDF(), "pw", "owner"));
+    for (const bool viaRemove : {true, false}) {
+        const auto out = dir / (viaRemove ? "removed.pdf" : "cleaned.pdf");
+        if (viaRemove) {
+            PDFPasswordProcessor().removePassword(in, out, "owner", CleaningProfile::maximumPrivacy());
+        } else {
+            PDFPasswordProcessor().cleanEncrypted(in, out, "pw", CleaningProfile::maximumPrivacy(), {});
+        }
+        auto reopened = PDFDocument::open(out);
+        ASSERT_TRUE(reopened);
+        EXPECT_FALSE(reopened->isEncrypted());
+        EXPECT_EQ(pageText(out), pageText(in, "pw"));
+        EXPECT_EQ(testing::readFile(out).find(DirtyValues::author), std::string::npos);
+    }
+}
+
+TEST(PDFPasswordProcessor, addsAnOwnerPasswordWithRestrictedPermissions) {
+    TempDir dir;
+    const auto in = write(dir, "in.pdf", testing::dirtyPDF());
+    const auto out = dir / "out.pdf";
+    PDFPasswordProcessor().addPassword(in, out, CleaningProfile::maximumPrivacy(), {std::nullopt, "owner-secret"});
+    auto reopened = PDFDocument::open(out);  // no user password: it opens, with restrictions
+    ASSERT_TRUE(reopened);
+    QPDF& q = reopened->qpdf();
+    EXPECT_TRUE(q.isEncrypted());
+    EXPECT_TRUE(q.allowPrintHighRes());
+    EXPECT_TRUE(q.allowAccessibility());
+    EXPECT_FALSE(q.allowExtractAll());
+    EXPECT_FALSE(q.allowModifyOther());
+    EXPECT_FALSE(q.allowModifyAnnotation());
+    EXPECT_TRUE(PDFPasswordProcessor::isEncrypted(out));
+    EXPECT_FALSE(PDFPasswordProcessor::isEncrypted(in));
+}
+
+TEST(PDFPasswordProcessor, refusesBeforeWritingAnything) {
+    TempDir dir;
+    const auto plain = write(dir, "plain.pdf", testing::dirtyPDF());
+    const auto locked = write(dir, "locked.pdf", testing::encryptedAES256(testing::dirtyPDF(), "pw", "owner"));
+    const auto zip = write(dir, "zip.pdf", std::string("PK\x03\x04", 4) + std::string(100, 'x'));
+    const auto out = dir / "out.pdf";
+    const PDFPasswordProcessor processor;
+    const auto& profile = CleaningProfile::maximumPrivacy();
+    struct Case {
+        const char* name;
+        std::function<void()> run;
+        PDFPasswordError::Case expected;
+    };
+    const std::vector<Case> cases = {
+        {"wrong password", [&] { processor.cleanEncrypted(locked, out, "nope", profile, {}); },
+         PDFPasswordError::Case::incorrectPassword},
+        {"remove from plain", [&] { processor.removePassword(plain, out, "pw", profile); },
+         PDFPasswordError::Case::documentNotEncrypted},
+        {"add to encrypted", [&] { processor.addPassword(locked, out, profile, userPolicy("x")); },
+         PDFPasswordError::Case::documentAlreadyEncrypted},
+        {"add nothing", [&] { processor.addPassword(plain, out, profile, {"", ""}); },
+         PDFPasswordError::Case::noPasswordProvided},
+        {"not a pdf", [&] { processor.addPassword(zip, out, profile, userPolicy("x")); },
+         PDFPasswordError::Case::cannotOpenDocument},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(failureOf(c.run), c.expected) << c.name;
+        EXPECT_FALSE(std::filesystem::exists(out)) << c.name;
+    }
+}
+
+TEST(PDFPasswordProcessor, refusesToProtectADocumentWithAScript) {
+    TempDir dir;
+    testing::DirtyOptions script;
+    script.script = true;
+    const auto in = write(dir, "in.pdf", testing::dirtyPDF(script));
+    EXPECT_EQ(failureOf([&] {
+                  PDFPasswordProcessor().addPassword(in, dir / "out.pdf", CleaningProfile::maximumPrivacy(),
+                                                     userPolicy("pw"));
+              }),
+              PDFPasswordError::Case::verificationFailed);
+}
+
+}  // namespace
+}  // namespace tavrin
