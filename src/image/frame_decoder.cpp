@@ -1,10 +1,18 @@
 #include "image/frame_decoder.h"
 
-#include <memory>
+#include <gif_lib.h>
+#include <libheif/heif.h>
 #include <png.h>
 #include <tiffio.h>
 #include <turbojpeg.h>
+#include <webp/decode.h>
+#include <webp/demux.h>
+
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+
+#include "image/bmp_container.h"
 
 namespace tavrin::image {
 
@@ -110,6 +118,203 @@ std::vector<FrameSize> decodeTIFF(ByteSpan d) {
     return out;
 }
 
+// Still and animated WebP through the animation decoder, which composes every frame on the
+// canvas as a viewer would show it.
+std::vector<FrameSize> decodeWebP(ByteSpan d) {
+    WebPBitstreamFeatures features;
+    enforce(WebPGetFeatures(d.data(), d.size(), &features) == VP8_STATUS_OK, Case::decodeFailed,
+            "the WebP header does not decode");
+    WebPData data{d.data(), d.size()};
+    WebPAnimDecoderOptions options;
+    enforce(WebPAnimDecoderOptionsInit(&options) != 0, Case::decodeFailed, "libwebp cannot start");
+    options.color_mode = MODE_RGBA;
+    options.use_threads = 0;
+    struct Free {
+        void operator()(WebPAnimDecoder* p) const { WebPAnimDecoderDelete(p); }
+    };
+    // The demuxer validates the whole chunk structure before anything is decoded.
+    std::unique_ptr<WebPAnimDecoder, Free> decoder(WebPAnimDecoderNew(&data, &options));
+    enforce(decoder != nullptr, Case::decodeFailed, "the WebP structure does not decode");
+    WebPAnimInfo info;
+    enforce(WebPAnimDecoderGetInfo(decoder.get(), &info) != 0, Case::decodeFailed, "the WebP structure does not decode");
+    checkArea(info.canvas_width, info.canvas_height);
+    std::vector<FrameSize> out;
+    while (WebPAnimDecoderHasMoreFrames(decoder.get())) {
+        std::uint8_t* pixels = nullptr;
+        int timestamp = 0;
+        enforce(WebPAnimDecoderGetNext(decoder.get(), &pixels, &timestamp) != 0, Case::decodeFailed,
+                "a WebP frame does not decode");
+        out.push_back({info.canvas_width, info.canvas_height});
+    }
+    enforce(out.size() == info.frame_count && !out.empty(), Case::decodeFailed, "a WebP frame does not decode");
+    return out;
+}
+
+// GIF frame by frame, one row at a time, so that a long animation never sits in memory whole.
+std::vector<FrameSize> decodeGIF(ByteSpan d) {
+    struct Input {
+        ByteSpan data;
+        std::size_t at = 0;
+    } input{d, 0};
+    auto readFn = [](GifFileType* g, GifByteType* buffer, int size) -> int {
+        auto* in = static_cast<Input*>(g->UserData);
+        const std::size_t n = std::min<std::size_t>(static_cast<std::size_t>(std::max(size, 0)), in->data.size() - in->at);
+        std::memcpy(buffer, in->data.data() + in->at, n);
+        in->at += n;
+        return static_cast<int>(n);
+    };
+    int error = 0;
+    GifFileType* gif = DGifOpen(&input, readFn, &error);
+    enforce(gif != nullptr, Case::decodeFailed, "the GIF header does not decode");
+    struct Close {
+        GifFileType* g;
+        ~Close() {
+            int e = 0;
+            DGifCloseFile(g, &e);
+        }
+    } close{gif};
+    const std::uint32_t width = static_cast<std::uint32_t>(std::max(gif->SWidth, 0));
+    const std::uint32_t height = static_cast<std::uint32_t>(std::max(gif->SHeight, 0));
+    checkArea(width, height);
+    std::vector<FrameSize> out;
+    std::vector<GifPixelType> row;
+    GifRecordType record = UNDEFINED_RECORD_TYPE;
+    do {
+        enforce(DGifGetRecordType(gif, &record) == GIF_OK, Case::decodeFailed, "a GIF block does not decode");
+        if (record == IMAGE_DESC_RECORD_TYPE) {
+            enforce(DGifGetImageDesc(gif) == GIF_OK, Case::decodeFailed, "a GIF image descriptor does not decode");
+            const int w = gif->Image.Width, h = gif->Image.Height;
+            checkArea(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
+            enforce(gif->Image.ColorMap || gif->SColorMap, Case::decodeFailed, "a GIF frame has no colour table");
+            row.resize(static_cast<std::size_t>(w));
+            for (int y = 0; y < h; ++y)
+                enforce(DGifGetLine(gif, row.data(), w) == GIF_OK, Case::decodeFailed, "a GIF frame does not decode");
+            out.push_back({width, height});
+            enforce(out.size() <= 65536, Case::limitExceeded, "a GIF has more than 65,536 frames");
+            // The frame records are not needed; dropping them keeps memory flat over many frames.
+            if (gif->ImageCount > 0) {
+                GifFreeSavedImages(gif);
+                gif->SavedImages = nullptr;
+                gif->ImageCount = 0;
+            }
+        } else if (record == EXTENSION_RECORD_TYPE) {
+            int code = 0;
+            GifByteType* block = nullptr;
+            enforce(DGifGetExtension(gif, &code, &block) == GIF_OK, Case::decodeFailed, "a GIF extension does not decode");
+            while (block)
+                enforce(DGifGetExtensionNext(gif, &block) == GIF_OK, Case::decodeFailed, "a GIF extension does not decode");
+        }
+    } while (record != TERMINATE_RECORD_TYPE);
+    enforce(!out.empty(), Case::decodeFailed, "a GIF has no frame");
+    return out;
+}
+
+// Every top-level image of a HEIF file, decoded with its transformations applied.
+std::vector<FrameSize> decodeHEIF(ByteSpan d) {
+    struct FreeContext {
+        void operator()(heif_context* c) const { heif_context_free(c); }
+    };
+    std::unique_ptr<heif_context, FreeContext> context(heif_context_alloc());
+    enforce(context != nullptr, Case::decodeFailed, "libheif cannot start");
+    enforce(heif_context_read_from_memory_without_copy(context.get(), d.data(), d.size(), nullptr).code == heif_error_Ok,
+            Case::decodeFailed, "the HEIF structure does not decode");
+    const int count = heif_context_get_number_of_top_level_images(context.get());
+    enforce(count >= 1 && count <= 65536, Case::decodeFailed, "a HEIF file has no image");
+    std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
+    heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), count);
+    std::vector<FrameSize> out;
+    for (heif_item_id id : ids) {
+        heif_image_handle* handle = nullptr;
+        enforce(heif_context_get_image_handle(context.get(), id, &handle).code == heif_error_Ok, Case::decodeFailed,
+                "a HEIF image does not open");
+        struct ReleaseHandle {
+            heif_image_handle* h;
+            ~ReleaseHandle() { heif_image_handle_release(h); }
+        } releaseHandle{handle};
+        const int w = heif_image_handle_get_width(handle), h = heif_image_handle_get_height(handle);
+        checkArea(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
+        heif_image* image = nullptr;
+        enforce(heif_decode_image(handle, &image, heif_colorspace_undefined, heif_chroma_undefined, nullptr).code ==
+                    heif_error_Ok,
+                Case::decodeFailed, "a HEIF image does not decode");
+        const int dw = heif_image_get_primary_width(image), dh = heif_image_get_primary_height(image);
+        heif_image_release(image);
+        enforce(dw == w && dh == h, Case::decodeFailed, "a HEIF image decodes to another size");
+        out.push_back({static_cast<std::uint32_t>(w), static_cast<std::uint32_t>(h)});
+    }
+    return out;
+}
+
+// Our own bitmap decoder: every row of the pixel array, or every RLE command, is read.
+std::vector<FrameSize> decodeBMP(ByteSpan d) {
+    const auto l = bmpContainer::parse(d);
+    const auto width = static_cast<std::uint32_t>(l.width);
+    const auto height = static_cast<std::uint32_t>(std::llabs(l.height));
+    checkArea(width, height);
+    const std::size_t paletteEntries = l.palette.size() / (l.headerSize == 12 ? 3 : 4);
+    if (l.compression == 1 || l.compression == 2) {
+        // RLE8 and RLE4: commands of (count, value) pairs with escapes for end of line, end of
+        // bitmap, a jump and an absolute run.
+        const bool rle4 = l.compression == 2;
+        const ByteSpan p = l.pixels;
+        std::size_t at = 0;
+        std::uint64_t x = 0, y = 0;
+        while (true) {
+            enforce(at + 2 <= p.size(), Case::decodeFailed, "a compressed bitmap ends early");
+            const std::uint8_t count = p[at], value = p[at + 1];
+            at += 2;
+            if (count > 0) {
+                x += count;
+            } else if (value == 0) {
+                x = 0;
+                ++y;
+            } else if (value == 1) {
+                break;
+            } else if (value == 2) {
+                enforce(at + 2 <= p.size(), Case::decodeFailed, "a compressed bitmap ends early");
+                x += p[at];
+                y += p[at + 1];
+                at += 2;
+            } else {
+                const std::size_t bytes = rle4 ? (value + 1u) / 2 : value;
+                enforce(at + bytes <= p.size(), Case::decodeFailed, "a compressed bitmap ends early");
+                for (std::size_t i = 0; i < bytes; ++i)
+                    enforce(rle4 ? ((p[at + i] >> 4) < std::max<std::size_t>(paletteEntries, 1))
+                                 : p[at + i] < std::max<std::size_t>(paletteEntries, 1),
+                            Case::decodeFailed, "a bitmap pixel has no palette entry");
+                x += value;
+                at += (bytes + 1) & ~std::size_t{1};
+            }
+            enforce(x <= width && y <= height, Case::decodeFailed, "a compressed bitmap draws outside the image");
+        }
+        return {{width, height}};
+    }
+    if (l.bitCount <= 8) enforce(paletteEntries > 0, Case::decodeFailed, "a bitmap has no palette");
+    const std::size_t stride = (static_cast<std::size_t>(width) * l.bitCount + 31) / 32 * 4;
+    std::vector<std::uint8_t> rgba(static_cast<std::size_t>(width) * 4);
+    for (std::uint32_t y = 0; y < height; ++y) {
+        const ByteSpan row = l.pixels.subspan(static_cast<std::size_t>(y) * stride, stride);
+        for (std::uint32_t x = 0; x < width; ++x) {
+            std::uint32_t index = 0;
+            switch (l.bitCount) {
+                case 1: index = (row[x / 8] >> (7 - x % 8)) & 1; break;
+                case 4: index = (row[x / 2] >> (x % 2 ? 0 : 4)) & 15; break;
+                case 8: index = row[x]; break;
+                default: break;
+            }
+            if (l.bitCount <= 8) {
+                // An index past the palette shows as black, as common viewers do.
+                const std::size_t entry = std::min<std::size_t>(index, paletteEntries - 1) * (l.headerSize == 12 ? 3 : 4);
+                std::memcpy(&rgba[4 * x], l.palette.data() + entry, 3);
+            } else {
+                const std::size_t bytes = l.bitCount / 8u;
+                std::memcpy(&rgba[4 * x], row.data() + x * bytes, std::min<std::size_t>(bytes, 4));
+            }
+        }
+    }
+    return {{width, height}};
+}
+
 }  // namespace
 
 std::vector<FrameSize> decodeAllFrames(ImageFormat format, ByteSpan data) {
@@ -117,7 +322,11 @@ std::vector<FrameSize> decodeAllFrames(ImageFormat format, ByteSpan data) {
         case ImageFormat::jpeg: return decodeJPEG(data);
         case ImageFormat::png: return decodePNG(data);
         case ImageFormat::tiff: return decodeTIFF(data);
-        default: break;
+        case ImageFormat::webp: return decodeWebP(data);
+        case ImageFormat::gif: return decodeGIF(data);
+        case ImageFormat::heic: return decodeHEIF(data);
+        case ImageFormat::bmp: return decodeBMP(data);
+        case ImageFormat::raw: break;
     }
     throw ImageFormatError(Case::decodeFailed, "no decoder for this format");
 }

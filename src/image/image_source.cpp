@@ -1,9 +1,13 @@
 #include "image/image_source.h"
 
+#include "image/bmp_container.h"
 #include "image/exif_metadata.h"
+#include "image/gif_container.h"
+#include "image/heif_container.h"
 #include "image/jpeg_container.h"
 #include "image/png_container.h"
 #include "image/tiff_container.h"
+#include "image/webp_container.h"
 
 namespace tavrin::image {
 
@@ -119,8 +123,11 @@ ImageSource ImageSource::create(Bytes data, bool preferRaw) {
         case ImageFormat::jpeg: frames.push_back(jpegContainer::readProperties(d)); break;
         case ImageFormat::png: frames.push_back(pngContainer::readProperties(d)); break;
         case ImageFormat::tiff: frames = tiffContainer::readFrames(d); break;
+        case ImageFormat::webp: frames = webpContainer::readFrames(d); break;
+        case ImageFormat::gif: frames = gifContainer::readFrames(d); break;
+        case ImageFormat::heic: frames = heifContainer::readFrames(d); break;
+        case ImageFormat::bmp: frames.push_back(bmpContainer::readProperties(d)); break;
         case ImageFormat::raw: frames.push_back(readRawProperties(d)); break;
-        default: throw ImageFormatError(Case::unknownFormat, "this image format is not supported yet");
     }
     return ImageSource(std::move(shared), *format, std::move(frames));
 }
@@ -131,7 +138,11 @@ Bytes writeImage(const ImageSource& source, const std::vector<Properties>& filte
         case ImageFormat::jpeg: return jpegContainer::rebuild(source.bytes(), filteredFrames.front());
         case ImageFormat::png: return pngContainer::rebuild(source.bytes(), filteredFrames.front());
         case ImageFormat::tiff: return tiffContainer::rebuild(source.bytes(), filteredFrames);
-        default: break;
+        case ImageFormat::webp: return webpContainer::rebuild(source.bytes(), filteredFrames);
+        case ImageFormat::gif: return gifContainer::rebuild(source.bytes(), filteredFrames);
+        case ImageFormat::heic: return heifContainer::rebuild(source.bytes(), filteredFrames);
+        case ImageFormat::bmp: return bmpContainer::rebuild(source.bytes());
+        case ImageFormat::raw: break;
     }
     throw ImageFormatError(Case::unknownFormat, "this image format cannot be written");
 }

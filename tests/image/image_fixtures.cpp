@@ -1,7 +1,11 @@
 #include "image_fixtures.h"
 
 #include <fstream>
+#include <gif_lib.h>
+#include <libheif/heif.h>
 #include <png.h>
+#include <webp/encode.h>
+#include <webp/mux.h>
 #include <tiffio.h>
 #include <stdexcept>
 #include <turbojpeg.h>
@@ -278,6 +282,254 @@ Bytes dirtyTIFF(const std::string& scratch, int pages, int gpsPage) {
         out.push_back(std::move(page));
     }
     return image::writeTiff(source.endian, out);
+}
+
+}  // namespace tavrin::testing::images
+
+// x265, which encodes the HEIC fixtures, keeps a few allocations for the life of the process.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libx265\n"; }
+
+namespace tavrin::testing::images {
+
+Bytes encodeWebP(int width, int height, bool lossless) {
+    auto px = gradient(width, height, lossless ? 4 : 3);
+    std::uint8_t* out = nullptr;
+    const std::size_t size = lossless ? WebPEncodeLosslessRGBA(px.data(), width, height, width * 4, &out)
+                                      : WebPEncodeRGB(px.data(), width, height, width * 3, 80, &out);
+    if (size == 0) throw std::runtime_error("WebP encoding failed");
+    Bytes webp(out, out + size);
+    WebPFree(out);
+    return webp;
+}
+
+Bytes encodeAnimatedWebP(int width, int height, const std::vector<int>& delaysMs, int loopCount) {
+    WebPAnimEncoderOptions options;
+    WebPAnimEncoderOptionsInit(&options);
+    options.anim_params.loop_count = loopCount;
+    options.allow_mixed = 0;
+    WebPAnimEncoder* encoder = WebPAnimEncoderNew(width, height, &options);
+    WebPConfig config;
+    WebPConfigInit(&config);
+    config.lossless = 1;
+    int timestamp = 0;
+    for (std::size_t f = 0; f < delaysMs.size(); ++f) {
+        WebPPicture picture;
+        WebPPictureInit(&picture);
+        picture.width = width;
+        picture.height = height;
+        picture.use_argb = 1;
+        WebPPictureAlloc(&picture);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                picture.argb[y * picture.argb_stride + x] =
+                    0xFF000000u | static_cast<std::uint32_t>((x * 9 + static_cast<int>(f) * 60) & 255) << 16 |
+                    static_cast<std::uint32_t>((y * 5) & 255) << 8;
+        WebPAnimEncoderAdd(encoder, &picture, timestamp, &config);
+        WebPPictureFree(&picture);
+        timestamp += delaysMs[f];
+    }
+    WebPAnimEncoderAdd(encoder, nullptr, timestamp, nullptr);
+    WebPData data;
+    WebPDataInit(&data);
+    WebPAnimEncoderAssemble(encoder, &data);
+    Bytes out(data.bytes, data.bytes + data.size);
+    WebPDataClear(&data);
+    WebPAnimEncoderDelete(encoder);
+    if (out.empty()) throw std::runtime_error("animated WebP encoding failed");
+    return out;
+}
+
+namespace {
+
+void putRIFFChunk(Bytes& out, std::string_view fourCC, const Bytes& data) {
+    image::append(out, fourCC);
+    image::putLE32(out, static_cast<std::uint32_t>(data.size()));
+    image::append(out, data);
+    if (data.size() & 1) out.push_back(0);
+}
+
+}  // namespace
+
+Bytes withWebPMetadata(const Bytes& webp, const Bytes& exif, const std::string& xmp, const Bytes& icc) {
+    struct Chunk {
+        std::string fourCC;
+        Bytes data;
+    };
+    std::vector<Chunk> chunks;
+    for (std::size_t at = 12; at + 8 <= webp.size();) {
+        const std::uint32_t size = image::le32(webp, at + 4);
+        chunks.push_back({std::string(webp.begin() + static_cast<std::ptrdiff_t>(at), webp.begin() + static_cast<std::ptrdiff_t>(at + 4)),
+                          Bytes(webp.begin() + static_cast<std::ptrdiff_t>(at + 8), webp.begin() + static_cast<std::ptrdiff_t>(at + 8 + size))});
+        at += 8 + size + (size & 1);
+    }
+    Bytes vp8x;
+    if (chunks.front().fourCC == "VP8X") {
+        vp8x = chunks.front().data;
+        chunks.erase(chunks.begin());
+    } else {
+        const Bytes& vp8 = chunks.front().data;
+        std::uint32_t w = 0, h = 0;
+        if (chunks.front().fourCC == "VP8 ") {
+            w = image::le16(vp8, 6) & 0x3FFF;
+            h = image::le16(vp8, 8) & 0x3FFF;
+        } else {
+            const std::uint32_t bits = image::le32(vp8, 1);
+            w = (bits & 0x3FFF) + 1;
+            h = ((bits >> 14) & 0x3FFF) + 1;
+        }
+        vp8x = {0, 0, 0, 0};
+        for (std::uint32_t v : {w - 1, h - 1})
+            for (int s = 0; s <= 16; s += 8) vp8x.push_back(static_cast<std::uint8_t>(v >> s));
+    }
+    if (!icc.empty()) vp8x[0] |= 0x20;
+    if (!exif.empty()) vp8x[0] |= 0x08;
+    if (!xmp.empty()) vp8x[0] |= 0x04;
+    Bytes out = toBytes(std::string_view("RIFF\0\0\0\0WEBP", 12));
+    putRIFFChunk(out, "VP8X", vp8x);
+    if (!icc.empty()) putRIFFChunk(out, "ICCP", icc);
+    for (const auto& c : chunks) putRIFFChunk(out, c.fourCC, c.data);
+    if (!exif.empty()) putRIFFChunk(out, "EXIF", exif);
+    if (!xmp.empty()) putRIFFChunk(out, "XMP ", toBytes(xmp));
+    putRIFFChunk(out, "ZZZZ", toBytes("UNKNOWN-CHUNK-SECRET"));
+    image::Endian{true}.set32(out, 4, static_cast<std::uint32_t>(out.size() - 8));
+    return out;
+}
+
+Bytes encodeGIF(int width, int height, const std::vector<int>& delaysCs, int loopCount) {
+    Bytes out;
+    int error = 0;
+    GifFileType* gif = EGifOpen(&out,
+                                [](GifFileType* g, const GifByteType* data, int n) {
+                                    auto* o = static_cast<Bytes*>(g->UserData);
+                                    o->insert(o->end(), data, data + n);
+                                    return n;
+                                },
+                                &error);
+    GifColorType colors[256];
+    for (int i = 0; i < 256; ++i)
+        colors[i] = {static_cast<GifByteType>(i), static_cast<GifByteType>(255 - i), static_cast<GifByteType>((i * 7) & 255)};
+    ColorMapObject* map = GifMakeMapObject(256, colors);
+    EGifSetGifVersion(gif, true);
+    EGifPutScreenDesc(gif, width, height, 8, 0, map);
+    const GifByteType loop[] = {1, static_cast<GifByteType>(loopCount & 255), static_cast<GifByteType>(loopCount >> 8)};
+    EGifPutExtensionLeader(gif, APPLICATION_EXT_FUNC_CODE);
+    EGifPutExtensionBlock(gif, 11, "NETSCAPE2.0");
+    EGifPutExtensionBlock(gif, 3, loop);
+    EGifPutExtensionTrailer(gif);
+    std::vector<GifByteType> row(static_cast<std::size_t>(width));
+    for (std::size_t f = 0; f < delaysCs.size(); ++f) {
+        const GifByteType gce[4] = {0x04, static_cast<GifByteType>(delaysCs[f] & 255), static_cast<GifByteType>(delaysCs[f] >> 8), 0};
+        EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, 4, gce);
+        EGifPutImageDesc(gif, 0, 0, width, height, false, nullptr);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) row[static_cast<std::size_t>(x)] = static_cast<GifByteType>((x + y * 3 + static_cast<int>(f) * 40) & 255);
+            EGifPutLine(gif, row.data(), width);
+        }
+    }
+    GifFreeMapObject(map);
+    EGifCloseFile(gif, &error);
+    return out;
+}
+
+Bytes withGIFMetadata(const Bytes& gif, const std::string& comment, const std::string& xmp) {
+    const std::size_t headerEnd = 13 + ((gif[10] & 0x80) ? 3u * (2u << (gif[10] & 7)) : 0u);
+    Bytes ext;
+    if (!comment.empty()) {
+        ext.insert(ext.end(), {0x21, 0xFE});
+        for (std::size_t at = 0; at < comment.size(); at += 255) {
+            const std::size_t n = std::min<std::size_t>(255, comment.size() - at);
+            ext.push_back(static_cast<std::uint8_t>(n));
+            image::append(ext, std::string_view(comment).substr(at, n));
+        }
+        ext.push_back(0);
+    }
+    if (!xmp.empty()) {
+        ext.insert(ext.end(), {0x21, 0xFF, 11});
+        image::append(ext, "XMP DataXMP");
+        image::append(ext, xmp);
+        ext.push_back(1);
+        for (int v = 0xFF; v >= 0; --v) ext.push_back(static_cast<std::uint8_t>(v));
+        ext.push_back(0);
+    }
+    Bytes out(gif.begin(), gif.begin() + static_cast<std::ptrdiff_t>(headerEnd));
+    image::append(out, ext);
+    out.insert(out.end(), gif.begin() + static_cast<std::ptrdiff_t>(headerEnd), gif.end());
+    return out;
+}
+
+Bytes encodeHEIC(int width, int height, const Bytes& exif, const std::string& xmp) {
+    if (!heif_have_encoder_for_format(heif_compression_HEVC)) return {};
+    heif_context* ctx = heif_context_alloc();
+    heif_encoder* encoder = nullptr;
+    heif_context_get_encoder_for_format(ctx, heif_compression_HEVC, &encoder);
+    heif_encoder_set_lossy_quality(encoder, 50);
+    heif_image* image = nullptr;
+    heif_image_create(width, height, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &image);
+    heif_image_add_plane(image, heif_channel_interleaved, width, height, 8);
+    int stride = 0;
+    std::uint8_t* plane = heif_image_get_plane(image, heif_channel_interleaved, &stride);
+    const auto px = gradient(width, height, 3);
+    for (int y = 0; y < height; ++y)
+        std::copy_n(px.data() + static_cast<std::size_t>(y * width * 3), width * 3, plane + static_cast<std::ptrdiff_t>(y) * stride);
+    heif_image_handle* handle = nullptr;
+    heif_context_encode_image(ctx, image, encoder, nullptr, &handle);
+    heif_image_handle* thumbnail = nullptr;
+    heif_context_encode_thumbnail(ctx, image, handle, encoder, nullptr, 16, &thumbnail);
+    if (thumbnail) heif_image_handle_release(thumbnail);
+    if (!exif.empty()) heif_context_add_exif_metadata(ctx, handle, exif.data(), static_cast<int>(exif.size()));
+    if (!xmp.empty()) heif_context_add_XMP_metadata(ctx, handle, xmp.data(), static_cast<int>(xmp.size()));
+    Bytes out;
+    heif_writer writer{1, [](heif_context*, const void* data, size_t size, void* user) {
+                           auto* o = static_cast<Bytes*>(user);
+                           o->insert(o->end(), static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + size);
+                           return heif_error{heif_error_Ok, heif_suberror_Unspecified, ""};
+                       }};
+    heif_context_write(ctx, &writer, &out);
+    heif_image_handle_release(handle);
+    heif_image_release(image);
+    heif_encoder_release(encoder);
+    heif_context_free(ctx);
+    return out;
+}
+
+Bytes encodeBMP(int width, int height) {
+    const std::size_t stride = (static_cast<std::size_t>(width) * 3 + 3) / 4 * 4;
+    const std::string path = "C:\\Users\\jane\\profiles\\Jane Studio.icc";
+    const std::size_t pixelsAt = 14 + 124;
+    const std::size_t pixelBytes = stride * static_cast<std::size_t>(height);
+    Bytes out = toBytes("BM");
+    image::putLE32(out, static_cast<std::uint32_t>(pixelsAt + pixelBytes + path.size() + 1 + 9));
+    image::putLE32(out, 0x4A414E45);  // reserved fields holding a writer's mark
+    image::putLE32(out, static_cast<std::uint32_t>(pixelsAt));
+    image::putLE32(out, 124);
+    image::putLE32(out, static_cast<std::uint32_t>(width));
+    image::putLE32(out, static_cast<std::uint32_t>(height));
+    image::putLE16(out, 1);
+    image::putLE16(out, 24);
+    image::putLE32(out, 0);  // uncompressed
+    image::putLE32(out, static_cast<std::uint32_t>(pixelBytes));
+    image::putLE32(out, 3780);
+    image::putLE32(out, 3780);
+    image::putLE32(out, 0);
+    image::putLE32(out, 0);
+    out.resize(14 + 56, 0);  // masks unused at 24 bits
+    image::putLE32(out, 0x4C494E4B);  // a linked profile
+    out.resize(14 + 108, 0);
+    image::putLE32(out, 4);  // intent
+    image::putLE32(out, static_cast<std::uint32_t>(pixelsAt + pixelBytes - 14));
+    image::putLE32(out, static_cast<std::uint32_t>(path.size() + 1));
+    image::putLE32(out, 0);
+    const auto px = gradient(width, height, 3);
+    for (int y = height - 1; y >= 0; --y) {
+        const std::size_t start = out.size();
+        for (int x = 0; x < width; ++x)
+            for (int c = 2; c >= 0; --c) out.push_back(px[static_cast<std::size_t>((y * width + x) * 3 + c)]);
+        out.resize(start + stride, 0);
+    }
+    image::append(out, path);
+    out.push_back(0);
+    image::append(out, "TRAILING!");
+    return out;
 }
 
 }  // namespace tavrin::testing::images

@@ -62,6 +62,26 @@ Bytes dirtyPNG();
 // Artist and an Exif IFD on every page and a GPS IFD on page `gpsPage` by our own writer.
 Bytes dirtyTIFF(const std::string& scratch, int pages, int gpsPage);
 
+// WebP: a still image encoded by libwebp (lossy, or lossless with alpha), an animation of
+// `delaysMs.size()` frames with the given loop count, and the same with metadata chunks added
+// by our own RIFF code: a VP8X header, an ICC profile, EXIF, XMP and an unknown chunk.
+Bytes encodeWebP(int width, int height, bool lossless = false);
+Bytes encodeAnimatedWebP(int width, int height, const std::vector<int>& delaysMs, int loopCount);
+Bytes withWebPMetadata(const Bytes& webp, const Bytes& exif, const std::string& xmp, const Bytes& icc);
+
+// GIF: frames encoded by giflib with graphic control extensions (delays in hundredths) and a
+// NETSCAPE2.0 loop; a comment and an XMP application extension inserted by our own code.
+Bytes encodeGIF(int width, int height, const std::vector<int>& delaysCs, int loopCount);
+Bytes withGIFMetadata(const Bytes& gif, const std::string& comment, const std::string& xmp);
+
+// HEIC encoded by libheif (x265) with a thumbnail, an Exif item and an XMP item; empty when
+// this system's libheif cannot encode HEVC.
+Bytes encodeHEIC(int width, int height, const Bytes& exif, const std::string& xmp);
+
+// A bitmap written by our own code: 24-bit, with a version 5 header whose colour profile is
+// linked to a file path, and a few bytes of trailing data.
+Bytes encodeBMP(int width, int height);
+
 Bytes toBytes(std::string_view s);
 
 }  // namespace tavrin::testing::images

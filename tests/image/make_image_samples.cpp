@@ -1,24 +1,40 @@
-// Writes the demo's dirty photo and diagram into the folder given, from the test fixture code.
+// Writes the demo's dirty photo and diagram into the folder given, from the test fixture code;
+// with --fuzz-seeds, small dirty files of every container for the image fuzz corpus instead.
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "image_fixtures.h"
 #include "support/test_support.h"
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: make_image_samples <folder>\n");
+    const bool seeds = argc == 3 && std::strcmp(argv[1], "--fuzz-seeds") == 0;
+    if (argc != 2 && !seeds) {
+        std::fprintf(stderr, "usage: make_image_samples [--fuzz-seeds] <folder>\n");
         return 2;
     }
     using namespace tavrin::testing::images;
-    const std::filesystem::path folder = argv[1];
+    using tavrin::testing::writeFile;
+    const std::filesystem::path folder = argv[argc - 1];
+    if (seeds) {
+        const std::string xmp = xmpPacket();
+        writeFile(folder / "still.webp", withWebPMetadata(encodeWebP(8, 8), exifBlock(), xmp, iccProfile("sRGB")));
+        writeFile(folder / "anim.webp", withWebPMetadata(encodeAnimatedWebP(8, 8, {50, 70}, 2), exifBlock(), "", {}));
+        writeFile(folder / "anim.gif", withGIFMetadata(encodeGIF(4, 4, {5, 9}, 1), "a comment", xmp));
+        writeFile(folder / "scan.bmp", encodeBMP(3, 2));
+        Bytes exif = toBytes(std::string_view("Exif\0\0", 6));
+        tavrin::image::append(exif, exifBlock());
+        const Bytes heic = encodeHEIC(16, 16, exif, xmp);
+        if (!heic.empty()) writeFile(folder / "photo.heic", heic);
+        return 0;
+    }
     JPEGMetadata m;
     m.exif = exifBlock();
     m.xmp = xmpPacket();
     m.iptc = iptcRecords();
     m.icc = iccProfile("sRGB IEC61966-2.1");
     m.comment = "Holiday at Jane's";
-    tavrin::testing::writeFile(folder / "beach-photo.jpg", withJPEGMetadata(encodeJPEG(160, 120), m));
-    tavrin::testing::writeFile(folder / "diagram.png", dirtyPNG());
+    writeFile(folder / "beach-photo.jpg", withJPEGMetadata(encodeJPEG(160, 120), m));
+    writeFile(folder / "diagram.png", dirtyPNG());
     return 0;
 }
