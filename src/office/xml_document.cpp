@@ -63,6 +63,22 @@ bool isChildKind(const xmlNode* node) {
     }
 }
 
+// Whether a subtree that stood under `oldParent` and now stands under `newParent` has left
+// the scope of a namespace declaration. Nothing is lost when every declaring ancestor of the
+// old place is an ancestor of the new one, as when an element's children move up to its parent.
+bool lostDeclarations(xmlNode* oldParent, xmlNode* newParent) {
+    if (!oldParent) return true;
+    std::vector<xmlNode*> declaring;
+    for (xmlNode* p = oldParent; p && p->type == XML_ELEMENT_NODE; p = p->parent)
+        if (p->nsDef) declaring.push_back(p);
+    if (declaring.empty()) return false;
+    std::unordered_set<xmlNode*> newChain;
+    for (xmlNode* p = newParent; p && p->type == XML_ELEMENT_NODE; p = p->parent) newChain.insert(p);
+    for (xmlNode* p : declaring)
+        if (!newChain.count(p)) return true;
+    return false;
+}
+
 // Links `child` under `parent` before `before` (or last), without the text merging that
 // xmlAddChild does: merging frees nodes that handles may still name.
 void link(xmlNode* parent, xmlNode* child, xmlNode* before) {
@@ -70,6 +86,7 @@ void link(xmlNode* parent, xmlNode* child, xmlNode* before) {
         throw XMLDocumentError(Case::invalidEdit, "the node cannot be inserted there");
     for (const xmlNode* p = parent; p; p = p->parent)
         if (p == child) throw XMLDocumentError(Case::invalidEdit, "a node cannot contain itself");
+    xmlNode* oldParent = child->parent;
     if (child->parent || child->prev || child->next) xmlUnlinkNode(child);
     child->parent = parent;
     if (before) {
@@ -85,6 +102,9 @@ void link(xmlNode* parent, xmlNode* child, xmlNode* before) {
         else parent->children = child;
         parent->last = child;
     }
+    // A moved subtree may use a namespace declared on its old ancestors; declare it again
+    // where needed, so that the output never holds an unbound prefix.
+    if (child->type == XML_ELEMENT_NODE && lostDeclarations(oldParent, parent)) xmlDOMWrapReconcileNamespaces(nullptr, child, 0);
     // An element made with a prefixed name takes its namespace from where it now stands.
     if (child->type == XML_ELEMENT_NODE && child->ns == nullptr) {
         const auto [prefix, local] = splitName(text(child->name));
@@ -302,6 +322,11 @@ std::vector<XMLNode> XMLNode::children() const {
 std::optional<XMLElement> XMLNode::asElement() const {
     if (node_->type != XML_ELEMENT_NODE) return std::nullopt;
     return XMLElement(node_);
+}
+
+std::optional<XMLNode> XMLNode::parent() const {
+    if (!node_->parent) return std::nullopt;
+    return XMLNode(node_->parent);
 }
 
 void XMLNode::detach() {

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -62,12 +63,17 @@ public:
     // Child nodes in document order (elements, text, comments, …); none for an attribute.
     std::vector<XMLNode> children() const;
     std::optional<XMLElement> asElement() const;
+    // The node that holds this one: an element, or the document node (kind `other`) above
+    // the root. Nothing for a detached node.
+    std::optional<XMLNode> parent() const;
     // Takes the node out of its parent; it stays usable and may be inserted again.
     void detach();
     // Evaluates an XPath 1.0 expression with this node as context. Throws invalidXPath.
     std::vector<XMLNode> nodesForXPath(std::string_view expression) const;
 
     bool operator==(const XMLNode& other) const { return node_ == other.node_; }
+    // Identity of the node, for sets keyed by node.
+    std::size_t identityHash() const { return std::hash<const void*>{}(node_); }
 
 protected:
     friend class XMLDocument;
@@ -87,7 +93,8 @@ public:
     void addAttribute(std::string_view name, std::string_view value);
 
     // Child edits. `child` must belong to the same document; a child that has a parent is
-    // detached first. Throws invalidEdit for an index out of range or a node of another
+    // detached first. A moved element keeps its prefixes; a namespace it used from a
+    // declaration out of scope at its new place is declared again on it. Throws invalidEdit for an index out of range or a node of another
     // document, or an insertion that would make a node its own ancestor.
     void addChild(const XMLNode& child);
     void insertChild(const XMLNode& child, std::size_t index);

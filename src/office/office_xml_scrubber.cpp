@@ -1,0 +1,235 @@
+// The name sets and the operations on part text: each parses, runs the tree operations in
+// the order its categories require, and serialises.
+#include "office/office_xml_scrubber.h"
+
+#include <map>
+
+#include "office/office_xml_document.h"
+#include "office/office_xml_scrubber_support.h"
+
+namespace tavrin {
+
+namespace {
+
+using NameSet = OfficeXMLScrubber::NameSet;
+
+bool has(const CleaningProfile& profile, MetadataCategory category) {
+    return profile.categoriesToRemove.count(category) != 0;
+}
+
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+// Parses, applies `edit` to the root, serialises; nothing for any failure on the way.
+template <typename Edit>
+std::optional<std::string> editedPart(std::string_view xml, Edit&& edit) {
+    try {
+        auto document = scrubbing::parsedPartText(xml);
+        if (!document) return std::nullopt;
+        edit(*document->rootElement());
+        return scrubbing::serializedPartText(*document);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+// MARK: Name sets
+
+const NameSet& OfficeXMLScrubber::droppedContentMarkers() {
+    static const NameSet names = {"del", "delText", "delInstrText", "moveFrom"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::unwrappedMarkers() {
+    static const NameSet names = {"ins", "moveTo"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::revisionPropertyMarkers() {
+    static const NameSet names = {"rPrChange", "pPrChange",      "tblPrChange",     "tblPrExChange",
+                                  "trPrChange", "tcPrChange",    "sectPrChange",    "tblGridChange",
+                                  "numberingChange", "cellIns",  "cellDel",         "cellMerge"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::rangeMarkerBases() {
+    static const NameSet names = {"customXmlInsRange",      "customXmlDelRange", "customXmlMoveFromRange",
+                                  "customXmlMoveToRange",   "moveFromRange",     "moveToRange"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::contentBearingRangeBases() {
+    static const NameSet names = {"moveFromRange", "customXmlMoveFromRange"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::rangeMarkerNames() {
+    static const NameSet names = [] {
+        NameSet all;
+        for (const auto& base : rangeMarkerBases()) {
+            all.insert(base + "Start");
+            all.insert(base + "End");
+        }
+        return all;
+    }();
+    return names;
+}
+const NameSet& OfficeXMLScrubber::commentReferenceElementNames() {
+    static const NameSet names = {"commentRangeStart", "commentRangeEnd", "commentReference"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::authorshipAttributeNames() {
+    static const NameSet names = {"author", "userId", "initials"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::universalIdentityNames() {
+    static const NameSet names = {"author", "userId", "initials", "email"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::rosterScopedIdentityNames() {
+    static const NameSet names = {"name", "displayName", "providerId", "userProvider", "userProviderId"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::rosterAuthorElementNames() {
+    static const NameSet names = {"author", "person", "people", "userinfo", "presenceinfo"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::timestampAttributeNames() {
+    static const NameSet names = {"date", "dateUtc", "dt", "dT"};
+    return names;
+}
+const NameSet& OfficeXMLScrubber::commentElementNames() {
+    static const NameSet names = {"comment",          "comments",        "commentList",   "commentReference",
+                                  "commentRangeStart", "commentRangeEnd", "commentRange",  "cm",
+                                  "cmLst",            "threadedComment", "threadedComments"};
+    return names;
+}
+
+bool OfficeXMLScrubber::isRosterAuthorElement(const XMLElement& element) {
+    std::string name = element.localName();
+    for (char& c : name) c = lower(c);
+    return rosterAuthorElementNames().count(name) || endsWith(name, "author") || endsWith(name, "person") ||
+           endsWith(name, "userinfo");
+}
+
+// MARK: Operations on part text
+
+std::optional<std::string> OfficeXMLScrubber::scrubWordPart(std::string_view xml, const CleaningProfile& profile,
+                                                            const std::set<std::string>& vanishStyleIDs) {
+    return editedPart(xml, [&](const XMLElement& root) {
+        if (has(profile, MetadataCategory::documentHistory)) {
+            stripRSIDAttributes(root);
+            removeElements(root, NameSet{"rsids", "rsid"});
+            if (has(profile, MetadataCategory::authorIdentity)) blankLastModifiedBy(root);
+            acceptTrackedChanges(root);
+        } else if (has(profile, MetadataCategory::authorIdentity)) {
+            // Only here: with history on, an author on an element that acceptance keeps stays.
+            blankLastModifiedBy(root);
+            stripAuthorshipAttributes(root);
+        }
+        if (has(profile, MetadataCategory::commentsAnnotations)) {
+            removeElements(root, commentReferenceElementNames());
+            removeHiddenTextRuns(root);
+            if (!vanishStyleIDs.empty()) removeStyleVanishRuns(root, vanishStyleIDs);
+        }
+        if (has(profile, MetadataCategory::timestamps)) stripTimestampAttributes(root);
+    });
+}
+
+std::optional<std::string> OfficeXMLScrubber::scrubGenericOfficePart(std::string_view xml, const CleaningProfile& profile,
+                                                                     bool isWMLPart) {
+    return editedPart(xml, [&](const XMLElement& root) {
+        if (has(profile, MetadataCategory::commentsAnnotations)) {
+            removeElements(root, commentElementNames());
+            if (isWMLPart) removeHiddenTextRuns(root);
+        }
+        if (has(profile, MetadataCategory::documentHistory)) {
+            unwrapElements(root, unwrappedMarkers());
+            removeElements(root, droppedContentMarkers());
+            removeElements(root, revisionPropertyMarkers());
+            removeElements(root, rangeMarkerNames());
+            stripRSIDAttributes(root);
+        }
+        const bool identity = has(profile, MetadataCategory::authorIdentity);
+        const bool timestamps = has(profile, MetadataCategory::timestamps);
+        if (identity || timestamps) {
+            forEachElement(root, [&](XMLElement& element) {
+                const bool isRoster = isRosterAuthorElement(element);
+                removeIdentityAttributes(element, identity, timestamps, isRoster);
+                if (identity) blankIdentityElementText(element, isRoster);
+            });
+        }
+    });
+}
+
+std::optional<std::string> OfficeXMLScrubber::scrubIdentityFields(std::string_view xml, bool removeIdentity,
+                                                                  bool removeTimestamps) {
+    return editedPart(xml, [&](const XMLElement& root) {
+        forEachElement(root, [&](XMLElement& element) {
+            const bool isRoster = isRosterAuthorElement(element);
+            removeIdentityAttributes(element, removeIdentity, removeTimestamps, isRoster);
+            if (removeIdentity) blankIdentityElementText(element, isRoster);
+        });
+    });
+}
+
+std::optional<std::string> OfficeXMLScrubber::emptiedRevisionPart(std::string_view xml) {
+    return editedPart(xml, [](const XMLElement& root) {
+        auto children = root.children();
+        for (auto child = children.rbegin(); child != children.rend(); ++child) child->detach();
+    });
+}
+
+std::set<std::string> OfficeXMLScrubber::vanishStyleIDs(const std::optional<std::string>& fromStylesXML) {
+    std::set<std::string> hiding;
+    if (!fromStylesXML) return hiding;
+    try {
+        auto document = scrubbing::parsedPartText(*fromStylesXML);
+        if (!document) return hiding;
+        std::map<std::string, std::string> basedOn;
+        forEachElement(*document->rootElement(), [&](XMLElement& element) {
+            if (element.localName() != "style") return;
+            std::string styleID;
+            for (const auto& attribute : element.attributes())
+                if (attribute.localName() == "styleId") {
+                    styleID = attribute.stringValue();
+                    break;
+                }
+            if (styleID.empty()) return;
+            for (const auto& child : element.children()) {
+                if (child.kind() != XMLNode::Kind::element || child.localName() != "basedOn") continue;
+                for (const auto& attribute : child.asElement()->attributes())
+                    if (attribute.localName() == "val") {
+                        if (auto parent = attribute.stringValue(); !parent.empty()) basedOn[styleID] = parent;
+                        break;
+                    }
+                break;
+            }
+            // The marker's value is not read: a style that names vanish at all counts as hiding.
+            bool hides = false;
+            forEachElement(element, [&](XMLElement& inner) {
+                if (!hides && (inner.localName() == "vanish" || inner.localName() == "specVanish")) hides = true;
+            });
+            if (hides) hiding.insert(styleID);
+        });
+        for (bool changed = true; changed;) {
+            changed = false;
+            for (const auto& [style, parent] : basedOn)
+                if (!hiding.count(style) && hiding.count(parent)) {
+                    hiding.insert(style);
+                    changed = true;
+                }
+        }
+    } catch (const std::exception&) {
+        hiding.clear();
+    }
+    return hiding;
+}
+
+bool OfficeXMLScrubber::isSTOnOffFalse(std::string_view value) {
+    std::string lowered(value);
+    for (char& c : lowered) c = lower(c);
+    return lowered == "0" || lowered == "false" || lowered == "off" || lowered == "no" || lowered == "n";
+}
+
+}  // namespace tavrin

@@ -1,0 +1,53 @@
+#include "office/office_xml_scrubber_support.h"
+
+#include <cstdint>
+#include <span>
+
+#include "office/office_text_encoding.h"
+#include "office/office_xml_document.h"
+
+namespace tavrin::scrubbing {
+
+std::optional<XMLDocument> parsedPartText(std::string_view xml) {
+    if (!OfficeXMLDocument::nestingDepthWithinLimit(xml)) return std::nullopt;
+    const std::string utf8 = OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(xml);
+    try {
+        XMLDocument document(std::span(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
+        document.setCharacterEncoding("UTF-8");
+        if (!document.rootElement()) return std::nullopt;
+        return document;
+    } catch (const XMLDocumentError&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::string> serializedPartText(XMLDocument& document) {
+    document.setCharacterEncoding("UTF-8");
+    const auto bytes = document.xmlData();
+    return OfficeTextEncoding::decodeUTF8(bytes);
+}
+
+namespace {
+
+bool isUnicodeWhitespace(char32_t c) {
+    return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
+           (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
+}
+
+}  // namespace
+
+bool containsNonWhitespace(std::string_view text) {
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        if (i + length > text.size()) return true;
+        char32_t c = length == 1 ? lead : length == 2 ? lead & 0x1F : length == 3 ? lead & 0x0F : lead & 0x07;
+        for (std::size_t k = 1; k < length; ++k) c = (c << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+        if (!isUnicodeWhitespace(c)) return true;
+        i += length;
+    }
+    return false;
+}
+
+}  // namespace tavrin::scrubbing
