@@ -2,17 +2,25 @@
 
 namespace tavrin {
 
-// The detector table, in the order findings are shown. Headers and footers, settings,
-// printer settings, hidden sheets, rows, columns and slides come first, off-slide shapes last;
-// they join this table as they are built.
+// The detector table, in the order findings are shown: word-processing latent content and
+// printer settings first, then hidden sheets, rows, columns and slides, then what the cleaner
+// keeps (objects, custom XML, macros, connections, links), and off-slide shapes last.
 std::vector<MetadataItem> OfficeHiddenContentDetector::detect(const Archive& archive) {
     using Detector = std::vector<MetadataItem> (*)(const Archive&);
     static constexpr Detector detectors[] = {
+        &detectOrphanedHeadersFooters,
+        &detectInactiveHeaderFooterReferences,
+        &detectSettingsLatentData,
+        &detectPrinterSettings,
+        &detectHiddenWorksheets,
+        &detectHiddenRowsColumns,
+        &detectHiddenSlides,
         &detectEmbeddedOLEObjects,
         &detectCustomXMLParts,
         &detectVBAMacros,
         &detectConnections,
         &detectExternalLinks,
+        &detectOffSlideShapes,
     };
     std::vector<MetadataItem> items;
     for (Detector detector : detectors)
