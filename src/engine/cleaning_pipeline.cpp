@@ -12,6 +12,7 @@
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"
 #include "office/office_metadata_reader.h"
+#include "office/office_metadata_writer.h"
 #include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_metadata_writer.h"
 
@@ -41,6 +42,7 @@ void CleaningPipeline::registerNativeComponents() {
     registerWriter(std::make_shared<ImageMetadataWriter>());
     registerReader(std::make_shared<PDFMetadataReader>());
     registerReader(std::make_shared<OfficeMetadataReader>());
+    registerWriter(std::make_shared<OfficeMetadataWriter>());
     registerWriter(std::make_shared<PDFMetadataWriter>());
     registerReader(std::make_shared<AVMetadataReader>());
     registerWriter(std::make_shared<AVMetadataWriter>());

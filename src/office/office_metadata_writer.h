@@ -1,0 +1,58 @@
+#pragma once
+// The writer for docx, xlsx and pptx. It copies the package entry by entry into a new archive,
+// dropping comment, thumbnail and hidden parts and rewriting the others through the property,
+// XML, hidden-content and media scrubbers; relationships and content-type overrides that
+// would name a dropped part are cleared on the way. Then it reopens the output and verifies
+// every part: one residue, or one part it could not treat, fails the call with
+// `PipelineError::outputVerificationFailed`. Like every writer it leaves a failed output where
+// it was written; callers publish only verified results.
+
+#include <exception>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "engine/metadata_reader.h"
+
+namespace tavrin {
+
+class Archive;
+
+class OfficeWriterError : public std::exception {
+public:
+    enum class Case { satelliteDecodeFailed };
+    static OfficeWriterError satelliteDecodeFailed(std::string path) {
+        return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
+    }
+    Case errorCase() const { return case_; }
+    const std::string& path() const { return path_; }
+    std::string description() const;
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    OfficeWriterError(Case c, std::string path) : case_(c), path_(std::move(path)), text_(description()) {}
+    Case case_;
+    std::string path_;
+    std::string text_;
+};
+
+class OfficeMetadataWriter : public MetadataWriter {
+public:
+    std::set<FileType> supportedTypes() const override { return {FileType::docx, FileType::xlsx, FileType::pptx}; }
+    // Throws `writeFailed` when the source is no archive or the destination cannot be made,
+    // `outputVerificationFailed` when a part could not be treated or residue is found, and
+    // OfficeWriterError when a relationships or content-types part does not decode.
+    CleaningResult cleanMetadata(const std::filesystem::path& source, const std::filesystem::path& destination,
+                                 const CleaningProfile& profile) const override;
+
+    // The second look at a written package, false on the first doubt: the metadata reader finds
+    // nothing the profile removes, no hidden content the profile removes is left, and every
+    // entry passes its check (comment and thumbnail parts gone, media proven clean, XML parts
+    // free of residue, the package's relationships consistent).
+    static bool verifyClean(const std::filesystem::path& output, const CleaningProfile& profile);
+    // Every internal relationship target names an entry exactly as stored, no relationship
+    // targets a relationships part, and every override names an existing entry.
+    static bool packageStructureIsConsistent(const Archive& archive);
+};
+
+}  // namespace tavrin
