@@ -16,6 +16,8 @@ using Case = ImageFormatError::Case;
 
 constexpr std::size_t maxFrames = 65536;
 constexpr std::size_t maxBlocks = 1 << 22;
+// The file's metadata is repeated in every frame's properties; this bounds the copies.
+constexpr std::size_t maxRepeatedMetadata = 256 << 20;
 
 struct Image {
     ByteSpan whole;  // descriptor, local colour table and data sub-blocks
@@ -170,6 +172,10 @@ std::vector<Properties> readFrames(ByteSpan d) {
         if (auto name = iccProfileDescription(s.icc)) set(shared, key::profileName, MetadataValue::string(*name));
     if (s.xmp && !s.xmp->empty()) mergeSubDictionary(shared, key::xmp, parseXMP(*s.xmp).properties);
 
+    std::size_t metadataBytes = s.xmp ? s.xmp->size() : 0;
+    for (const auto& c : s.comments) metadataBytes += c.size();
+    enforce(metadataBytes <= maxRepeatedMetadata / s.images.size(), Case::limitExceeded,
+            "GIF metadata is repeated over too many frames");
     std::vector<Properties> frames;
     frames.reserve(s.images.size());
     for (const auto& image : s.images) {

@@ -17,9 +17,12 @@ namespace {
 using Case = ImageFormatError::Case;
 
 constexpr std::size_t maxBoxes = 1 << 20;
-constexpr std::size_t maxItems = 1 << 16;
-constexpr std::size_t maxExtents = 1 << 16;
+constexpr std::size_t maxItems = 1 << 14;
+constexpr std::size_t maxReferences = 1 << 16;
+constexpr std::size_t maxExtents = 1 << 18;  // over all items
 constexpr std::size_t maxMetadataItemSize = 64 << 20;
+// Metadata items read for all frames together; one item may describe many frames.
+constexpr std::size_t maxMetadataWork = 256 << 20;
 
 struct Box {
     std::string type;
@@ -113,21 +116,34 @@ struct File {
     ByteSpan handler;  // the hdlr handler type
     std::uint32_t primary = 0;
     std::vector<Item> items;
-    std::vector<Reference> references;
+    std::vector<Reference> refs;
     std::vector<Box> properties;  // the children of ipco, in order
     std::vector<PropertyAssociations> associations;
     ByteSpan idat;
+    // Lookups by item id, built once parsing is done, so that no walk is quadratic.
+    std::map<std::uint32_t, std::size_t> itemIndex;
+    std::map<std::uint32_t, std::vector<std::size_t>> referencesFrom, referencesTo;
 
+    void buildIndex() {
+        for (std::size_t r = 0; r < refs.size(); ++r) {
+            referencesFrom[refs[r].from].push_back(r);
+            for (std::uint32_t to : refs[r].to) referencesTo[to].push_back(r);
+        }
+    }
     const Item* item(std::uint32_t id) const {
-        for (const auto& i : items)
-            if (i.id == id) return &i;
-        return nullptr;
+        auto it = itemIndex.find(id);
+        return it == itemIndex.end() ? nullptr : &items[it->second];
     }
-    bool hasReferenceFrom(std::uint32_t id, std::string_view type) const {
-        for (const auto& r : references)
-            if (r.from == id && r.type == type) return true;
-        return false;
+    // The references of `type` that leave (or reach) item `id`.
+    std::vector<const Reference*> references(std::uint32_t id, std::string_view type, bool from) const {
+        std::vector<const Reference*> out;
+        const auto& index = from ? referencesFrom : referencesTo;
+        if (auto it = index.find(id); it != index.end())
+            for (std::size_t r : it->second)
+                if (refs[r].type == type) out.push_back(&refs[r]);
+        return out;
     }
+    bool hasReferenceFrom(std::uint32_t id, std::string_view type) const { return !references(id, type, true).empty(); }
     std::vector<const Box*> propertiesOf(std::uint32_t id) const {
         std::vector<const Box*> out;
         for (const auto& a : associations)
@@ -170,7 +186,8 @@ void readItemInfo(File& f, const Box& iinf, std::size_t& budget) {
                 if (!e.done()) item.contentEncoding = e.cString();
             }
         }
-        enforce(!f.item(item.id), Case::invalidStructure, "two HEIF items share an id");
+        enforce(f.itemIndex.emplace(item.id, f.items.size()).second, Case::invalidStructure,
+                "two HEIF items share an id");
         f.items.push_back(std::move(item));
         enforce(f.items.size() <= maxItems, Case::limitExceeded, "a HEIF file has too many items");
     }
@@ -188,16 +205,17 @@ void readItemLocations(File& f, const Box& iloc) {
         enforce(s == 0 || s == 4 || s == 8, Case::invalidStructure, "an item location uses an invalid field size");
     const auto count = r.uint(version < 2 ? 2 : 4);
     enforce(count <= maxItems, Case::limitExceeded, "too many item locations");
+    std::size_t totalExtents = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
         const auto id = static_cast<std::uint32_t>(r.uint(version < 2 ? 2 : 4));
         const int method = version >= 1 ? static_cast<int>(r.uint(2) & 15) : 0;
         const auto dataReference = r.uint(2);
         const auto base = r.uint(baseSize);
         const auto extents = r.uint(2);
-        enforce(extents <= maxExtents, Case::limitExceeded, "an item has too many extents");
-        Item* item = nullptr;
-        for (auto& it : f.items)
-            if (it.id == id) item = &it;
+        totalExtents += static_cast<std::size_t>(extents);
+        enforce(totalExtents <= maxExtents, Case::limitExceeded, "HEIF items have too many extents");
+        auto found = f.itemIndex.find(id);
+        Item* item = found == f.itemIndex.end() ? nullptr : &f.items[found->second];
         std::vector<Extent> list;
         for (std::uint64_t e = 0; e < extents; ++e) {
             r.uint(indexSize);
@@ -222,8 +240,8 @@ void readReferences(File& f, const Box& iref, std::size_t& budget) {
         Reference ref{b.type, static_cast<std::uint32_t>(r.uint(version == 0 ? 2 : 4)), {}};
         const auto count = r.uint(2);
         for (std::uint64_t i = 0; i < count; ++i) ref.to.push_back(static_cast<std::uint32_t>(r.uint(version == 0 ? 2 : 4)));
-        f.references.push_back(std::move(ref));
-        enforce(f.references.size() <= maxItems * 4, Case::limitExceeded, "too many HEIF item references");
+        f.refs.push_back(std::move(ref));
+        enforce(f.refs.size() <= maxReferences, Case::limitExceeded, "too many HEIF item references");
     }
 }
 
@@ -280,6 +298,7 @@ File parse(ByteSpan d) {
     readItemLocations(f, *iloc);
     if (const Box* iref = child(children, "iref")) readReferences(f, *iref, budget);
     if (const Box* iprp = child(children, "iprp")) readProperties(f, *iprp, budget);
+    f.buildIndex();
     enforce(f.item(f.primary) != nullptr, Case::invalidStructure, "a HEIF file has no primary item");
     // Every extent must lie inside the file or the item data box; checked here, before any use.
     for (const auto& item : f.items) {
@@ -331,9 +350,10 @@ std::vector<std::uint32_t> topLevelImages(const File& f) {
 // The metadata items that describe `image` through a content-describes reference.
 std::vector<const Item*> describing(const File& f, std::uint32_t image) {
     std::vector<const Item*> out;
-    for (const auto& r : f.references)
-        if (r.type == "cdsc" && std::find(r.to.begin(), r.to.end(), image) != r.to.end())
-            if (const Item* i = f.item(r.from); i && (isExif(*i) || isXMP(*i))) out.push_back(i);
+    for (const Reference* r : f.references(image, "cdsc", false))
+        if (const Item* i = f.item(r->from); i && (isExif(*i) || isXMP(*i)) &&
+                                            std::find(out.begin(), out.end(), i) == out.end())
+            out.push_back(i);
     return out;
 }
 
@@ -343,7 +363,7 @@ ByteSpan exifTIFF(const Bytes& payload) {
     return slice(payload, 4 + std::size_t{skip}, payload.size() - std::min<std::size_t>(payload.size(), 4 + std::size_t{skip}));
 }
 
-Properties frameProperties(const File& f, std::uint32_t image) {
+Properties frameProperties(const File& f, std::uint32_t image, std::size_t& work) {
     Properties frame;
     set(frame, key::colorModel, MetadataValue::string("RGB"));
     set(frame, key::depth, MetadataValue::integer(8));
@@ -359,9 +379,8 @@ Properties frameProperties(const File& f, std::uint32_t image) {
         }
     }
     bool alpha = false;
-    for (const auto& r : f.references)
-        if (r.type == "auxl" && std::find(r.to.begin(), r.to.end(), image) != r.to.end())
-            for (const Box* p : f.propertiesOf(r.from))
+    for (const Reference* r : f.references(image, "auxl", false))
+        for (const Box* p : f.propertiesOf(r->from))
                 if (p->type == "auxC" && p->body.size() > 4) {
                     const std::string urn = text(p->body.subspan(4));
                     alpha = alpha || urn.find("auxid:1") != std::string::npos || urn.find("alpha") != std::string::npos;
@@ -369,6 +388,8 @@ Properties frameProperties(const File& f, std::uint32_t image) {
     set(frame, key::hasAlpha, MetadataValue::boolean(alpha));
     for (const Item* m : describing(f, image)) {
         const Bytes payload = itemData(f, *m, maxMetadataItemSize);
+        work += payload.size();
+        enforce(work <= maxMetadataWork, Case::limitExceeded, "HEIF metadata is repeated over too many images");
         if (isExif(*m)) addExifProperties(parseTiff(exifTIFF(payload), 2), 0, ExifContext::embedded, frame);
         else if (m->contentEncoding.empty()) mergeSubDictionary(frame, key::xmp, parseXMP(payload).properties);
     }
@@ -416,7 +437,8 @@ struct NewItem {
 std::vector<Properties> readFrames(ByteSpan d) {
     const File f = parse(d);
     std::vector<Properties> frames;
-    for (std::uint32_t id : topLevelImages(f)) frames.push_back(frameProperties(f, id));
+    std::size_t work = 0;
+    for (std::uint32_t id : topLevelImages(f)) frames.push_back(frameProperties(f, id, work));
     return frames;
 }
 
@@ -424,9 +446,10 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
     enforce(!filteredFrames.empty(), Case::invalidStructure, "no frame properties to write");
     const File f = parse(d);
     const auto frames = topLevelImages(f);
+    std::map<std::uint32_t, std::size_t> frameIndex;
+    for (std::size_t i = 0; i < frames.size(); ++i) frameIndex.emplace(frames[i], i);
     auto filteredFor = [&](std::uint32_t image) -> const Properties& {
-        const auto at = static_cast<std::size_t>(std::find(frames.begin(), frames.end(), image) - frames.begin());
-        return filteredFrames[std::min(at, filteredFrames.size() - 1)];
+        return filteredFrames[std::min(frameIndex.at(image), filteredFrames.size() - 1)];
     };
 
     // Which items stay, and what the metadata items hold from now on.
@@ -439,9 +462,9 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
         if (!isExif(item) && !isXMP(item)) continue;
         // A metadata item is rebuilt from the filtered frame of the first image it describes.
         std::optional<std::uint32_t> target;
-        for (const auto& r : f.references)
-            if (r.type == "cdsc" && r.from == item.id && !r.to.empty()) target = r.to.front();
-        if (!target || std::find(frames.begin(), frames.end(), *target) == frames.end()) continue;
+        for (const Reference* r : f.references(item.id, "cdsc", true))
+            if (!r->to.empty()) target = r->to.front();
+        if (!target || !frameIndex.count(*target)) continue;
         const Properties& filtered = filteredFor(*target);
         const Bytes payload = itemData(f, item, maxMetadataItemSize);
         Bytes rebuilt;
@@ -551,7 +574,7 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
         Bytes iref;
         putFullBoxHeader(iref, wide ? 1 : 0, 0);
         bool any = false;
-        for (const auto& r : f.references) {
+        for (const auto& r : f.refs) {
             if (!keptIDs.count(r.from)) continue;
             Bytes ref;
             putID(ref, r.from, wide);

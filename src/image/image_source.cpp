@@ -1,5 +1,7 @@
 #include "image/image_source.h"
 
+#include <algorithm>
+
 #include "image/bmp_container.h"
 #include "image/exif_metadata.h"
 #include "image/gif_container.h"
@@ -78,18 +80,16 @@ Properties readCR3Properties(ByteSpan d) {
             if (type == "moov") stack.emplace_back(at + header, at + size);
             if (type == "uuid" && body.size() > 16) stack.emplace_back(at + header + 16, at + size);
             if (type == "CMT1" || type == "CMT2" || type == "CMT4") {
-                const TiffStructure tiff = parseTiff(body, 1);
+                // CMT2 and CMT4 hold a bare Exif or GPS directory as their first IFD; it is read
+                // under its own tag names.
+                TiffStructure tiff = parseTiff(body, 1);
+                if (type != "CMT1") {
+                    TiffPage page;
+                    (type == "CMT2" ? page.exif : page.gps) = std::move(tiff.pages[0].main);
+                    tiff.pages[0] = std::move(page);
+                }
                 Properties part;
                 addExifProperties(tiff, 0, ExifContext::embedded, part);
-                // CMT2 and CMT4 hold a bare Exif or GPS directory as their first IFD.
-                if (type != "CMT1") {
-                    const auto* tiffDict = subDictionary(part, key::tiff);
-                    if (tiffDict) {
-                        Properties moved = *tiffDict;
-                        part.erase(std::string(key::tiff));
-                        mergeSubDictionary(part, type == "CMT2" ? key::exif : key::gps, std::move(moved));
-                    }
-                }
                 for (auto& [k, v] : part) {
                     if (v.kind() == MetadataValue::Kind::dictionary) mergeSubDictionary(frame, k, v.asDictionary());
                     else frame.insert_or_assign(k, v);
@@ -105,9 +105,30 @@ Properties readCR3Properties(ByteSpan d) {
 
 Properties readRawProperties(ByteSpan d) {
     if (startsWith(d, "FUJIFILMCCD-RAW")) {
-        // The header points at an embedded JPEG, whose Exif describes the shot.
-        const std::uint32_t offset = be32(d, 84), length = be32(d, 88);
-        return jpegContainer::readProperties(slice(d, offset, length));
+        // The header names the camera and points at an embedded JPEG, whose Exif describes the
+        // shot, and at the sensor data, which newer bodies wrap in a TIFF structure of its own.
+        Properties frame = jpegContainer::readProperties(slice(d, be32(d, 84), be32(d, 88)));
+        const ByteSpan sensor = slice(d, be32(d, 100), be32(d, 104));
+        if (startsWith(sensor, std::string_view("II*\0", 4)) || startsWith(sensor, std::string_view("MM\0*", 4))) {
+            Properties fromTIFF;
+            addExifProperties(parseTiff(sensor, 1), 0, ExifContext::embedded, fromTIFF);
+            for (auto& [name, value] : fromTIFF) {
+                if (value.kind() != MetadataValue::Kind::dictionary) continue;
+                // What the JPEG's Exif says wins; the TIFF only adds what it lacks.
+                Properties merged = value.asDictionary();
+                if (const Properties* existing = subDictionary(frame, name))
+                    for (const auto& [k, v] : *existing) merged.insert_or_assign(k, v);
+                set(frame, name, MetadataValue::dictionary(std::move(merged)));
+            }
+        }
+        std::string model = text(slice(d, 28, 32));
+        model.erase(std::find(model.begin(), model.end(), '\0'), model.end());
+        if (!model.empty()) {
+            Properties raw;
+            raw.emplace("CameraModel", MetadataValue::string(model));
+            mergeSubDictionary(frame, key::raw, std::move(raw));
+        }
+        return frame;
     }
     if (startsWith(d.subspan(4), "ftyp")) return readCR3Properties(d);
     return tiffContainer::readRawProperties(d);

@@ -17,6 +17,8 @@ using Case = ImageFormatError::Case;
 
 constexpr std::size_t maxChunks = 1 << 20;
 constexpr std::size_t maxFrames = 65536;
+// The file's metadata is repeated in every frame's properties; this bounds the copies.
+constexpr std::size_t maxRepeatedMetadata = 256 << 20;
 
 namespace flag {
 constexpr std::uint8_t animation = 0x02, xmp = 0x04, exif = 0x08, alpha = 0x10, icc = 0x20;
@@ -170,6 +172,13 @@ std::vector<Properties> readFrames(ByteSpan d) {
     }
     const Chunk* anim = find(l.chunks, "ANIM");
     enforce(anim && anim->data.size() >= 6, Case::invalidStructure, "an animated WebP has no ANIM chunk");
+    std::size_t metadataBytes = 0, frameCount = 0;
+    for (const auto& c : l.chunks) {
+        if (c.fourCC == "EXIF" || c.fourCC == "XMP ") metadataBytes += c.data.size();
+        if (c.fourCC == "ANMF") ++frameCount;
+    }
+    enforce(frameCount == 0 || metadataBytes <= maxRepeatedMetadata / frameCount, Case::limitExceeded,
+            "WebP metadata is repeated over too many frames");
     set(webp, "LoopCount", MetadataValue::integer(le16(anim->data, 4)));
     set(shared, key::hasAlpha, MetadataValue::boolean(alpha));
     for (const auto& c : l.chunks) {

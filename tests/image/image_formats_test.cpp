@@ -91,5 +91,79 @@ TEST(ImageFormats, tiffBasedRawIsInspectedThroughTheIFDReader) {
     EXPECT_FALSE(ImageMetadataWriter().supportedTypes().count(FileType::raw));
 }
 
+bool hasItem(const std::vector<MetadataItem>& items, std::string_view id) {
+    return std::any_of(items.begin(), items.end(), [&](const auto& i) { return i.id == id; });
+}
+
+// A Fujifilm RAF: the header names the camera and points at an embedded JPEG (with the Exif)
+// and at sensor data wrapped in a TIFF structure (here with a host computer the JPEG lacks).
+TEST(ImageFormats, rafIsInspectedThroughItsHeaderEmbeddedJPEGAndTIFF) {
+    testing::TempDir dir;
+    const Bytes jpeg = withJPEGMetadata(encodeJPEG(16, 16), {exifBlock()});
+    image::TiffOutPage page;
+    page.main.entries.push_back({316, 2, 9, toBytes(std::string_view("Raw Host\0", 9))});
+    const Bytes sensor = image::writeTiff(image::Endian{false}, {page});
+    Bytes raf = toBytes("FUJIFILMCCD-RAW 0201FF383501");
+    raf.resize(28, ' ');
+    image::append(raf, "X-T99");
+    raf.resize(108, 0);
+    const std::size_t jpegAt = raf.size();
+    image::append(raf, jpeg);
+    const std::size_t sensorAt = raf.size();
+    image::append(raf, sensor);
+    const image::Endian big{false};
+    big.set32(raf, 84, static_cast<std::uint32_t>(jpegAt));
+    big.set32(raf, 88, static_cast<std::uint32_t>(jpeg.size()));
+    big.set32(raf, 100, static_cast<std::uint32_t>(sensorAt));
+    big.set32(raf, 104, static_cast<std::uint32_t>(sensor.size()));
+    testing::writeFile(dir / "shot.raf", raf);
+    const auto tree = ImageMetadataReader().readMetadata(dir / "shot.raf");
+    EXPECT_EQ(tree.fileType, FileType::raw);
+    const auto items = tree.allItems();
+    for (auto id : {"GPS.Latitude", "TIFF.Make", "TIFF.HostComputer", "Raw.CameraModel", "EXIF.LensModel"})
+        EXPECT_TRUE(hasItem(items, id)) << id;
+
+    // The sensor offset past the end is a clear error.
+    big.set32(raf, 100, 0x7FFFFFF0u);
+    testing::writeFile(dir / "bad.raf", raf);
+    EXPECT_THROW((void)ImageMetadataReader().readMetadata(dir / "bad.raf"), ImageMetadataReaderError);
+}
+
+// A Canon CR3: ISO boxes, with IFD0, the Exif IFD and the GPS IFD each as a TIFF structure in the
+// CMT1, CMT2 and CMT4 boxes of a uuid box inside moov.
+TEST(ImageFormats, cr3IsInspectedThroughItsBoxes) {
+    auto box = [](std::string_view type, const Bytes& body) {
+        Bytes out;
+        image::putBE32(out, static_cast<std::uint32_t>(body.size() + 8));
+        image::append(out, type);
+        image::append(out, body);
+        return out;
+    };
+    const image::Endian little{true};
+    const image::TiffOutPage full = exifPage({true, 1, true});
+    image::TiffOutPage ifd0, exif, gps;
+    ifd0.main = full.main;
+    exif.main = full.exif;
+    gps.main = full.gps;
+    Bytes uuid(16, 0x85);
+    image::append(uuid, box("CMT1", image::writeTiff(little, {ifd0})));
+    image::append(uuid, box("CMT2", image::writeTiff(little, {exif})));
+    image::append(uuid, box("CMT4", image::writeTiff(little, {gps})));
+    Bytes ftyp = toBytes("crx ");
+    ftyp.insert(ftyp.end(), {0, 0, 0, 1});
+    image::append(ftyp, "crx isom");
+    Bytes cr3 = box("ftyp", ftyp);
+    image::append(cr3, box("moov", box("uuid", uuid)));
+    image::append(cr3, box("mdat", Bytes(64, 0)));
+
+    testing::TempDir dir;
+    testing::writeFile(dir / "shot.cr3", cr3);
+    const auto tree = ImageMetadataReader().readMetadata(dir / "shot.cr3");
+    EXPECT_EQ(tree.fileType, FileType::raw);
+    const auto items = tree.allItems();
+    for (auto id : {"GPS.Latitude", "TIFF.Make", "TIFF.Model", "EXIF.DateTimeOriginal", "EXIF.BodySerialNumber"})
+        EXPECT_TRUE(hasItem(items, id)) << id;
+}
+
 }  // namespace
 }  // namespace tavrin
