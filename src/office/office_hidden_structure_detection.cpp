@@ -35,9 +35,9 @@ std::optional<std::int64_t> parsedInteger(std::string_view text) {
     return value;
 }
 
+// Attributes are matched by local name, whatever their prefix.
 std::optional<std::string> attribute(const XMLElement& element, std::string_view name) {
-    if (auto node = element.attributeForName(name)) return node->stringValue();
-    return std::nullopt;
+    return attributeValue(element, name);
 }
 
 // On unless absent, empty or an ST_OnOff false.
@@ -123,7 +123,9 @@ void forEachHiddenSlide(const Archive& archive, Visit&& visit) {
             if (const auto found = rels.find(*rId); found != rels.end()) target = found->second;
         const std::string path = target.empty() ? "" : "ppt/" + target;
         if (!path.empty() && seenPaths.count(path)) return;
-        const std::string slideID = attribute(element, "id").value_or(rId.value_or(""));
+        // The unprefixed id; r:id has the same local name.
+        const auto ownID = element.attributeForName("id");
+        const std::string slideID = ownID ? ownID->stringValue() : rId.value_or("");
         visit(finding("office.hidden.slide." + slideID, path.empty() ? "ppt/presentation.xml#" + slideID : path,
                       "Hidden Slide", target.empty() ? "slide" : target, true),
               path);

@@ -36,9 +36,9 @@ MetadataItem finding(std::string id, std::string key, std::string displayName, s
                         MetadataCategory::hiddenContent, MetadataSource::zipXML, true};
 }
 
+// Attributes are matched by local name, whatever their prefix.
 std::optional<std::string> attribute(const XMLElement& element, std::string_view name) {
-    if (auto node = element.attributeForName(name)) return node->stringValue();
-    return std::nullopt;
+    return attributeValue(element, name);
 }
 
 std::map<std::string, std::string> firstTargetByID(const std::vector<OfficeRelationship>& relationships) {

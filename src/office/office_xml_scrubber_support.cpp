@@ -8,13 +8,32 @@
 
 namespace tavrin::scrubbing {
 
+namespace {
+
+// The parser keeps an element or attribute whose prefix is not declared under its whole
+// name ("w:del"), so that no local-name test would ever see it. Such a part is refused rather
+// than passed through with its revisions unseen.
+bool usesUnboundPrefix(const XMLElement& root) {
+    bool unbound = false;
+    forEachElement(root, [&](XMLElement& element) {
+        if (unbound) return;
+        if (element.localName().find(':') != std::string::npos) unbound = true;
+        for (const auto& attribute : element.attributes())
+            if (attribute.localName().find(':') != std::string::npos) unbound = true;
+    });
+    return unbound;
+}
+
+}  // namespace
+
 std::optional<XMLDocument> parsedPartText(std::string_view xml) {
     if (!OfficeXMLDocument::nestingDepthWithinLimit(xml)) return std::nullopt;
     const std::string utf8 = OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(xml);
     try {
         XMLDocument document(std::span(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
         document.setCharacterEncoding("UTF-8");
-        if (!document.rootElement()) return std::nullopt;
+        const auto root = document.rootElement();
+        if (!root || usesUnboundPrefix(*root)) return std::nullopt;
         return document;
     } catch (const XMLDocumentError&) {
         return std::nullopt;

@@ -10,8 +10,8 @@
 
 namespace tavrin::scrubbing {
 
-// Depth gate, declaration rewrite, parse, encoding set to UTF-8. Nothing when a step fails or
-// the document has no root element.
+// Depth gate, declaration rewrite, parse, encoding set to UTF-8. Nothing when a step fails,
+// the document has no root element, or a name uses a prefix that is not declared.
 std::optional<XMLDocument> parsedPartText(std::string_view xml);
 
 // The document serialised as UTF-8, or nothing when the output is not valid UTF-8.
