@@ -212,7 +212,8 @@ OfficePackageBuilder dirtyPresentation(const std::vector<std::uint8_t>& photo) {
                                                    {"rId3", "commentAuthors", "commentAuthors.xml"}}));
     auto slide = [&](const std::string& words, bool hidden, const std::string& extra) {
         return declaration + "<p:sld xmlns:p=\"" + presentationNS + "\" xmlns:a=\"" + drawingNS + "\" xmlns:r=\"" +
-               officeRels + "\"" + (hidden ? " show=\"0\"" : "") + "><p:cSld><p:spTree><p:sp><p:txBody><a:p><a:r><a:t>" +
+               officeRels + "\"" + (hidden ? " show=\"0\"" : "") + "><p:cSld><p:spTree><p:sp><p:spPr><a:xfrm><a:off x=\"457200\" "
+               "y=\"457200\"/><a:ext cx=\"8229600\" cy=\"1143000\"/></a:xfrm></p:spPr><p:txBody><a:p><a:r><a:t>" +
                words + "</a:t></a:r></a:p></p:txBody></p:sp>" + extra + "</p:spTree></p:cSld></p:sld>";
     };
     const std::string pic = photo.empty() ? "" : "<p:pic><p:blipFill><a:blip r:embed=\"rId2\"/></p:blipFill>"
