@@ -36,15 +36,26 @@ std::vector<FrameSize> decodeJPEG(ByteSpan d) {
                                 &subsampling, &colorspace) == 0,
             Case::decodeFailed, "the JPEG header does not decode");
     checkArea(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height));
-    const int format = colorspace == TJCS_CMYK || colorspace == TJCS_YCCK ? TJPF_CMYK
-                       : colorspace == TJCS_GRAY                         ? TJPF_GRAY
-                                                                         : TJPF_RGB;
-    std::vector<unsigned char> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
-                                      static_cast<std::size_t>(tjPixelSize[format]));
-    // A warning (premature end of data, corrupt entropy data) counts as a failed decode.
-    enforce(tjDecompress2(handle.get(), d.data(), static_cast<unsigned long>(d.size()), pixels.data(), width, 0, height,
-                          format, TJFLAG_STOPONWARNING) == 0,
-            Case::decodeFailed, "the JPEG scan does not decode");
+    // A warning (premature end of data, corrupt entropy data) counts as a failed decode. The
+    // proof needs every coefficient decoded, not display-quality pixels: YCbCr and grey images
+    // are decoded to their planes, without colour conversion or upsampling, and with the fast
+    // inverse DCT.
+    const int flags = TJFLAG_STOPONWARNING | TJFLAG_FASTDCT;
+    if (colorspace == TJCS_YCbCr || colorspace == TJCS_GRAY) {
+        const unsigned long size = tjBufSizeYUV2(width, 1, height, subsampling);
+        enforce(size != static_cast<unsigned long>(-1), Case::decodeFailed, "the JPEG subsampling is unknown");
+        std::vector<unsigned char> planes(size);
+        enforce(tjDecompressToYUV2(handle.get(), d.data(), static_cast<unsigned long>(d.size()),
+                                                      planes.data(), width, 1, height, flags) == 0,
+                Case::decodeFailed, "the JPEG scan does not decode");
+    } else {
+        const int format = colorspace == TJCS_CMYK || colorspace == TJCS_YCCK ? TJPF_CMYK : TJPF_RGB;
+        std::vector<unsigned char> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
+                                          static_cast<std::size_t>(tjPixelSize[format]));
+        enforce(tjDecompress2(handle.get(), d.data(), static_cast<unsigned long>(d.size()), pixels.data(), width, 0,
+                              height, format, flags) == 0,
+                Case::decodeFailed, "the JPEG scan does not decode");
+    }
     return {{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)}};
 }
 

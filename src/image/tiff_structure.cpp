@@ -214,8 +214,7 @@ std::size_t valueAt(const std::vector<std::pair<std::uint16_t, std::size_t>>& wh
 }  // namespace
 
 Bytes writeTiff(Endian endian, const std::vector<TiffOutPage>& pages) {
-    Bytes out;
-    append(out, endian.little ? std::string_view("II*\0", 4) : std::string_view("MM\0*", 4));
+    Bytes out = endian.little ? Bytes{'I', 'I', 42, 0} : Bytes{'M', 'M', 0, 42};
     endian.put32(out, 8);
     DirectoryWriter w{endian, out};
     std::size_t previousNext = 4;
