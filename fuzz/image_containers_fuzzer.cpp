@@ -1,9 +1,10 @@
 // The image containers on arbitrary bytes: sniffing, every frame's properties, the reader's item
-// walk, both writing paths, and the in-memory clean with its proof.
+// walk, both writing paths, bitmap and GIF decoding, and the in-memory clean with its proof.
 #include <cstddef>
 #include <cstdint>
 
 #include "engine/cleaning_profile.h"
+#include "image/frame_decoder.h"
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"
 #include "image/image_source.h"
@@ -17,6 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto filtered = ImageMetadataWriter::buildFilteredProperties(source.propertiesAt(0), CleaningProfile::maximumPrivacy());
         (void)image::writeImage(source, {filtered.properties});
         if (source.format() == image::ImageFormat::jpeg) (void)image::writeLosslessJPEG(source);
+        // Our own bitmap decoder and the frame-by-frame GIF walk, on the input itself.
+        if (source.format() == image::ImageFormat::bmp || source.format() == image::ImageFormat::gif)
+            (void)image::decodeAllFrames(source.format(), bytes);
     } catch (const std::exception&) {
         // Damaged containers end in our own errors; the fuzzer only cares that nothing crashes.
     }

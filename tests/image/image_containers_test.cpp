@@ -288,6 +288,11 @@ TEST(ImageContainers, gifWithTooManyFramesIsRefused) {
     tenThousand.push_back(0x3B);
     EXPECT_EQ(image::ImageSource::create(tenThousand).count(), 10001u);
     EXPECT_FALSE(ImageMetadataWriter::isDecodableImageData(tenThousand));
+    // Cleaning a file has no frame limit of its own: all 10,001 frames are written and verified.
+    TempDir dir;
+    const auto out = clean(dir, "long.gif", tenThousand);
+    EXPECT_TRUE(out.result.verifiedClean);
+    EXPECT_EQ(image::ImageSource::create(out.bytes).count(), 10001u);
 }
 
 TEST(ImageContainers, heicWhoseItemLocationPointsOutsideTheFileIsRefused) {
