@@ -129,35 +129,41 @@ std::vector<FrameSize> decodeTIFF(ByteSpan d) {
     return out;
 }
 
-// Still and animated WebP through the animation decoder, which composes every frame on the
-// canvas as a viewer would show it.
+// Still and animated WebP: the demuxer validates the chunk structure, then every frame's own
+// bitstream (alpha included) is decoded at its own size. Composing frames on the canvas proves
+// nothing more and would cost two canvases, however small the frames.
 std::vector<FrameSize> decodeWebP(ByteSpan d) {
-    WebPBitstreamFeatures features;
-    enforce(WebPGetFeatures(d.data(), d.size(), &features) == VP8_STATUS_OK, Case::decodeFailed,
-            "the WebP header does not decode");
     WebPData data{d.data(), d.size()};
-    WebPAnimDecoderOptions options;
-    enforce(WebPAnimDecoderOptionsInit(&options) != 0, Case::decodeFailed, "libwebp cannot start");
-    options.color_mode = MODE_RGBA;
-    options.use_threads = 0;
-    struct Free {
-        void operator()(WebPAnimDecoder* p) const { WebPAnimDecoderDelete(p); }
+    struct FreeDemuxer {
+        void operator()(WebPDemuxer* p) const { WebPDemuxDelete(p); }
     };
-    // The demuxer validates the whole chunk structure before anything is decoded.
-    std::unique_ptr<WebPAnimDecoder, Free> decoder(WebPAnimDecoderNew(&data, &options));
-    enforce(decoder != nullptr, Case::decodeFailed, "the WebP structure does not decode");
-    WebPAnimInfo info;
-    enforce(WebPAnimDecoderGetInfo(decoder.get(), &info) != 0, Case::decodeFailed, "the WebP structure does not decode");
-    checkArea(info.canvas_width, info.canvas_height);
+    std::unique_ptr<WebPDemuxer, FreeDemuxer> demuxer(WebPDemux(&data));
+    enforce(demuxer != nullptr, Case::decodeFailed, "the WebP structure does not decode");
+    const std::uint32_t width = WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH);
+    const std::uint32_t height = WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT);
+    const std::uint32_t count = WebPDemuxGetI(demuxer.get(), WEBP_FF_FRAME_COUNT);
+    checkArea(width, height);
+    WebPIterator frame;
+    enforce(count >= 1 && WebPDemuxGetFrame(demuxer.get(), 1, &frame) != 0, Case::decodeFailed, "a WebP has no frame");
+    struct ReleaseIterator {
+        WebPIterator* i;
+        ~ReleaseIterator() { WebPDemuxReleaseIterator(i); }
+    } release{&frame};
     std::vector<FrameSize> out;
-    while (WebPAnimDecoderHasMoreFrames(decoder.get())) {
-        std::uint8_t* pixels = nullptr;
-        int timestamp = 0;
-        enforce(WebPAnimDecoderGetNext(decoder.get(), &pixels, &timestamp) != 0, Case::decodeFailed,
-                "a WebP frame does not decode");
-        out.push_back({info.canvas_width, info.canvas_height});
-    }
-    enforce(out.size() == info.frame_count && !out.empty(), Case::decodeFailed, "a WebP frame does not decode");
+    do {
+        enforce(frame.width >= 1 && frame.height >= 1 && static_cast<std::uint64_t>(frame.x_offset) + frame.width <= width &&
+                    static_cast<std::uint64_t>(frame.y_offset) + frame.height <= height,
+                Case::decodeFailed, "a WebP frame lies outside its canvas");
+        WebPDecoderConfig config;
+        enforce(WebPInitDecoderConfig(&config) != 0, Case::decodeFailed, "libwebp cannot start");
+        config.output.colorspace = MODE_RGBA;
+        const VP8StatusCode status = WebPDecode(frame.fragment.bytes, frame.fragment.size, &config);
+        const bool sizeMatches = config.output.width == frame.width && config.output.height == frame.height;
+        WebPFreeDecBuffer(&config.output);
+        enforce(status == VP8_STATUS_OK && sizeMatches, Case::decodeFailed, "a WebP frame does not decode");
+        out.push_back({width, height});
+    } while (WebPDemuxNextFrame(&frame) != 0);
+    enforce(out.size() == count, Case::decodeFailed, "a WebP frame does not decode");
     return out;
 }
 
