@@ -28,6 +28,8 @@ int run(int argc, char** argv) {
     auto* inspect = app.add_subcommand("inspect", "Show the metadata each file carries, grouped by category");
     inspect->add_flag("--json", inspectOptions.json, "Print a JSON array, one entry per file");
     inspect->add_option("--exiftool", inspectOptions.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
+    inspect->add_option("--exiftool-timeout", inspectOptions.exifToolTimeout, "Seconds one exiftool run may take (default 60)")
+        ->check(CLI::Range(1u, 3600u));
     inspect->add_option("FILE", inspectFiles, "Files to inspect")->required();
 
     CleanOptions cleanOptions;
@@ -44,6 +46,8 @@ int run(int argc, char** argv) {
         ->check(CLI::Range(1u, 64u));
     clean->add_flag("--json", cleanOptions.common.json, "Print a JSON array of per-file reports");
     clean->add_option("--exiftool", cleanOptions.common.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
+    clean->add_option("--exiftool-timeout", cleanOptions.common.exifToolTimeout, "Seconds one exiftool run may take (default 60)")
+        ->check(CLI::Range(1u, 3600u));
     clean->add_option("--password", cleanOptions.password,
                       "Password of encrypted PDFs ('-' reads it from standard input; default: $TAVRIN_PDF_PASSWORD). "
                       "Their cleaned copies keep it as their open password.");

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <fmt/core.h>
@@ -49,7 +50,8 @@ std::optional<std::string> resolveExifTool(const std::optional<std::string>& opt
 }
 
 EngineConfiguration configurationFor(const CommonOptions& options) {
-    if (auto path = resolveExifTool(options.exifTool)) return EngineConfiguration::pro(*path);
+    if (auto path = resolveExifTool(options.exifTool))
+        return EngineConfiguration::pro(*path).withExifToolTimeout(std::chrono::seconds(options.exifToolTimeout));
     return EngineConfiguration::standard();
 }
 

@@ -11,6 +11,7 @@ namespace tavrin::cli {
 struct CommonOptions {
     bool json = false;
     std::optional<std::string> exifTool;  // a path, or "auto" to search PATH
+    unsigned exifToolTimeout = 60;         // seconds one run of exiftool may take
 };
 
 struct CleanOptions {

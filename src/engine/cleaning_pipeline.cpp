@@ -24,8 +24,10 @@ CleaningPipeline::CleaningPipeline(const EngineConfiguration& configuration) {
     // no native component serves. They never open the strict gate: `clean` still refuses every
     // type that is not verifiedCleanable.
     if (const auto& exifToolPath = configuration.exifToolPath()) {
-        auto exifToolReader = std::make_shared<const ExifToolReader>(*exifToolPath);
-        auto exifToolWriter = std::make_shared<const ExifToolWriter>(*exifToolPath);
+        ProcessLimits limits;
+        limits.timeout = configuration.exifToolTimeout();
+        auto exifToolReader = std::make_shared<const ExifToolReader>(*exifToolPath, limits);
+        auto exifToolWriter = std::make_shared<const ExifToolWriter>(*exifToolPath, limits);
         std::unique_lock lock(mutex_);
         for (FileType type : fileTypes::allCases()) {
             const auto capabilities = FormatCapabilities::capabilities(type);

@@ -2,6 +2,7 @@
 // Decides which reader or writer serves a file, and refuses to clean any format whose removal is
 // not verified (the strict gate). It writes no file itself; writers create and verify outputs.
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -21,11 +22,19 @@ public:
     bool isPro() const { return exifToolPath_.has_value(); }
     // The external tool's path for `pro`; absent for `standard`.
     const std::optional<std::string>& exifToolPath() const { return exifToolPath_; }
+    // How long one run of the external tool may take before it is killed.
+    std::chrono::seconds exifToolTimeout() const { return exifToolTimeout_; }
+    EngineConfiguration withExifToolTimeout(std::chrono::seconds timeout) const {
+        EngineConfiguration copy = *this;
+        copy.exifToolTimeout_ = timeout;
+        return copy;
+    }
     bool operator==(const EngineConfiguration&) const = default;
 
 private:
     explicit EngineConfiguration(std::optional<std::string> path) : exifToolPath_(std::move(path)) {}
     std::optional<std::string> exifToolPath_;
+    std::chrono::seconds exifToolTimeout_{60};
 };
 
 // Safe to call from several threads at once: the registries are guarded, and readers and

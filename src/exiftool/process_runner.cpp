@@ -54,8 +54,8 @@ std::string ProcessError::description() const {
     switch (case_) {
         case Case::launchFailed: return fmt::format("{} could not be started: {}", program_, reason_);
         case Case::timedOut:
-            return fmt::format("{} did not finish within {:g} seconds and was stopped", program_,
-                               static_cast<double>(number_) / 1000.0);
+            return fmt::format("{} did not finish within {:g} {} and was stopped", program_,
+                               static_cast<double>(number_) / 1000.0, number_ == 1000 ? "second" : "seconds");
         case Case::outputTooLarge:
             return fmt::format("{} printed more than {} and was stopped; its output was refused", program_,
                                byteCountText(number_));

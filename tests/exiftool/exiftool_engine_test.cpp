@@ -172,6 +172,20 @@ TEST(TavrinExifToolOption, formatsShowsLegacyOfficeAsInspectableWithTheTool) {
     EXPECT_FALSE(std::filesystem::exists(dir / "called"));  // listing formats starts no tool
 }
 
+TEST(TavrinExifToolOption, aToolThatHangsIsKilledAfterTheChosenTimeOut) {
+    TempDir dir;
+    testing::writeStubTool(dir / "exiftool", "sleep 30");
+    testing::writeFile(dir / "plan.doc", testing::legacyWordDocument());
+    const auto r = tavrin("inspect --exiftool-timeout 1 --exiftool " + testing::shellQuote((dir / "exiftool").string()) +
+                          " " + testing::shellQuote((dir / "plan.doc").string()));
+    EXPECT_EQ(r.status, 1) << r.out;
+    EXPECT_NE(r.out.find("Failed to read metadata from plan.doc"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("did not finish within 1 second and was stopped"), std::string::npos) << r.out;
+
+    const auto zero = tavrin("inspect --exiftool-timeout 0 x.doc");
+    EXPECT_EQ(zero.status, 2) << zero.out;
+}
+
 TEST(TavrinExifToolOption, searchesPathOnlyWhenAskedAndRefusesABadTool) {
     TempDir dir;
     std::filesystem::create_directory(dir / "bin");
