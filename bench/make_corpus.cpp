@@ -6,6 +6,7 @@
 #include <fmt/core.h>
 
 #include "corpus_builders.h"
+#include "office_builders.h"
 
 using namespace tavrin::corpus;
 
@@ -26,12 +27,17 @@ int main(int argc, char** argv) {
     writeFile(small / "animation.gif", dirtyGIF(128, 96, 5));
     if (auto heic = dirtyHEIC(256, 192, 6); !heic.empty()) writeFile(small / "phone.heic", heic);
     writeFile(small / "memo.pdf", dirtyPDF(3, 7));
+    writeFile(small / "minutes.docx", dirtyDocx(40, 1, 160, 120, 8));
+    writeFile(small / "budget.xlsx", dirtyXlsx(3, 40, 9));
+    writeFile(small / "pitch.pptx", dirtyPptx(4, 10));
 
     if (!smallOnly) {
         const auto realistic = root / "realistic";
         std::filesystem::create_directories(realistic);
         writeFile(realistic / "camera-12mp.jpg", dirtyJPEG(4000, 3000, 11));
         writeFile(realistic / "report-200-pages.pdf", dirtyPDF(200, 12));
+        writeFile(realistic / "report-40-photos.docx", dirtyDocx(2000, 40, 1600, 1200, 13));
+        writeFile(realistic / "ledger-50-sheets.xlsx", dirtyXlsx(50, 200, 14));
     }
     return 0;
 }
