@@ -338,6 +338,8 @@ void writeDirtyTIFF(const std::filesystem::path& path, int width, int height, st
     if (!tif) throw std::runtime_error("cannot create " + path.string());
     const std::string xmp = dirtyXMP(variant);
     const Bytes iptc = iptcIIM(variant);
+    Bytes iim(iptc.begin() + 26, iptc.end());
+    iim.resize((iim.size() + 3) / 4 * 4, 0);
     for (int page = 0; page < 2; ++page) {
         auto rgb = pixels(width, height, variant + page);
         TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
@@ -360,8 +362,8 @@ void writeDirtyTIFF(const std::filesystem::path& path, int width, int height, st
         TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, "Scanned contract, page with signatures");
         TIFFSetField(tif, TIFFTAG_COPYRIGHT, "Example Corp");
         TIFFSetField(tif, TIFFTAG_XMLPACKET, static_cast<std::uint32_t>(xmp.size()), xmp.data());
-        TIFFSetField(tif, TIFFTAG_RICHTIFFIPTC, static_cast<std::uint32_t>((iptc.size() - 26 + 3) / 4),
-                     iptc.data() + 26);
+        // This libtiff counts the IPTC tag in bytes (type UNDEFINED); the IIM is padded to whole longs.
+        TIFFSetField(tif, TIFFTAG_RICHTIFFIPTC, static_cast<std::uint32_t>(iim.size()), iim.data());
         for (int y = 0; y < height; ++y) TIFFWriteScanline(tif, &rgb[static_cast<std::size_t>(y) * width * 3], y, 0);
         TIFFWriteDirectory(tif);
     }
