@@ -316,16 +316,23 @@ std::optional<OfficeHiddenContentDetector::Box> OfficeHiddenContentDetector::own
     if (const auto rotation = parsedInteger(attribute(*xfrm, "rot").value_or("")); rotation && *rotation != 0)
         return std::nullopt;
     if (switchedOn(*xfrm, "flipH") || switchedOn(*xfrm, "flipV")) return std::nullopt;
-    std::optional<std::pair<std::int64_t, std::int64_t>> offset;
-    std::optional<std::pair<std::int64_t, std::int64_t>> extent;
+    // Plain pairs with flags rather than optionals: the later child of a name wins, even when
+    // it does not parse.
+    std::pair<std::int64_t, std::int64_t> offset{0, 0};
+    std::pair<std::int64_t, std::int64_t> extent{0, 0};
+    bool hasOffset = false;
+    bool hasExtent = false;
     for (const auto& child : xfrm->children()) {
         const auto e = child.asElement();
         if (!e) continue;
-        if (e->localName() == "off") offset = intPair(*e, "x", "y");
-        else if (e->localName() == "ext") extent = intPair(*e, "cx", "cy");
+        const std::string name = e->localName();
+        if (name != "off" && name != "ext") continue;
+        const auto pair = name == "off" ? intPair(*e, "x", "y") : intPair(*e, "cx", "cy");
+        (name == "off" ? hasOffset : hasExtent) = pair.has_value();
+        if (pair) (name == "off" ? offset : extent) = *pair;
     }
-    if (!offset || !extent || extent->first < 1 || extent->second < 1) return std::nullopt;
-    return Box{offset->first, offset->second, extent->first, extent->second};
+    if (!hasOffset || !hasExtent || extent.first < 1 || extent.second < 1) return std::nullopt;
+    return Box{offset.first, offset.second, extent.first, extent.second};
 }
 
 std::optional<XMLElement> OfficeHiddenContentDetector::firstDescendantXfrm(const XMLElement& element) {

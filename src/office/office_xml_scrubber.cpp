@@ -106,7 +106,7 @@ const NameSet& OfficeXMLScrubber::commentElementNames() {
 }
 
 bool OfficeXMLScrubber::isRosterAuthorElement(const XMLElement& element) {
-    std::string name = element.localName();
+    std::string name(element.localNameView());
     for (char& c : name) c = lower(c);
     return rosterAuthorElementNames().count(name) || endsWith(name, "author") || endsWith(name, "person") ||
            endsWith(name, "userinfo");
@@ -116,24 +116,17 @@ bool OfficeXMLScrubber::isRosterAuthorElement(const XMLElement& element) {
 
 std::optional<std::string> OfficeXMLScrubber::scrubWordPart(std::string_view xml, const CleaningProfile& profile,
                                                             const std::set<std::string>& vanishStyleIDs) {
-    return editedPart(xml, [&](const XMLElement& root) {
-        if (has(profile, MetadataCategory::documentHistory)) {
-            stripRSIDAttributes(root);
-            removeElements(root, NameSet{"rsids", "rsid"});
-            if (has(profile, MetadataCategory::authorIdentity)) blankLastModifiedBy(root);
-            acceptTrackedChanges(root);
-        } else if (has(profile, MetadataCategory::authorIdentity)) {
-            // Only here: with history on, an author on an element that acceptance keeps stays.
-            blankLastModifiedBy(root);
-            stripAuthorshipAttributes(root);
-        }
-        if (has(profile, MetadataCategory::commentsAnnotations)) {
-            removeElements(root, commentReferenceElementNames());
-            removeHiddenTextRuns(root);
-            if (!vanishStyleIDs.empty()) removeStyleVanishRuns(root, vanishStyleIDs);
-        }
-        if (has(profile, MetadataCategory::timestamps)) stripTimestampAttributes(root);
-    });
+    // The steps, in their required order: with documentHistory, stripRSIDAttributes, the rsids
+    // tables, blankLastModifiedBy (with authorIdentity) and acceptTrackedChanges; without it,
+    // blankLastModifiedBy and stripAuthorshipAttributes for authorIdentity (only there: with
+    // history on, an author on an element that acceptance keeps stays); with
+    // commentsAnnotations, the comment anchors, removeHiddenTextRuns and removeStyleVanishRuns;
+    // with timestamps, stripTimestampAttributes. Run with merged walks for large parts.
+    const scrubbing::WordScrubSteps steps{has(profile, MetadataCategory::documentHistory),
+                                          has(profile, MetadataCategory::authorIdentity),
+                                          has(profile, MetadataCategory::commentsAnnotations),
+                                          has(profile, MetadataCategory::timestamps)};
+    return editedPart(xml, [&](const XMLElement& root) { scrubbing::scrubWordTree(root, steps, vanishStyleIDs); });
 }
 
 std::optional<std::string> OfficeXMLScrubber::scrubGenericOfficePart(std::string_view xml, const CleaningProfile& profile,
@@ -153,7 +146,7 @@ std::optional<std::string> OfficeXMLScrubber::scrubGenericOfficePart(std::string
         const bool identity = has(profile, MetadataCategory::authorIdentity);
         const bool timestamps = has(profile, MetadataCategory::timestamps);
         if (identity || timestamps) {
-            forEachElement(root, [&](XMLElement& element) {
+            scrubbing::walkElements(root, [&](XMLElement& element) {
                 const bool isRoster = isRosterAuthorElement(element);
                 removeIdentityAttributes(element, identity, timestamps, isRoster);
                 if (identity) blankIdentityElementText(element, isRoster);
@@ -165,7 +158,7 @@ std::optional<std::string> OfficeXMLScrubber::scrubGenericOfficePart(std::string
 std::optional<std::string> OfficeXMLScrubber::scrubIdentityFields(std::string_view xml, bool removeIdentity,
                                                                   bool removeTimestamps) {
     return editedPart(xml, [&](const XMLElement& root) {
-        forEachElement(root, [&](XMLElement& element) {
+        scrubbing::walkElements(root, [&](XMLElement& element) {
             const bool isRoster = isRosterAuthorElement(element);
             removeIdentityAttributes(element, removeIdentity, removeTimestamps, isRoster);
             if (removeIdentity) blankIdentityElementText(element, isRoster);
@@ -187,8 +180,8 @@ std::set<std::string> OfficeXMLScrubber::vanishStyleIDs(const std::optional<std:
         auto document = scrubbing::parsedPartText(*fromStylesXML);
         if (!document) return hiding;
         std::map<std::string, std::string> basedOn;
-        forEachElement(*document->rootElement(), [&](XMLElement& element) {
-            if (element.localName() != "style") return;
+        scrubbing::walkElements(*document->rootElement(), [&](XMLElement& element) {
+            if (element.localNameView() != "style") return;
             std::string styleID;
             for (const auto& attribute : element.attributes())
                 if (attribute.localName() == "styleId") {
@@ -207,8 +200,8 @@ std::set<std::string> OfficeXMLScrubber::vanishStyleIDs(const std::optional<std:
             }
             // The marker's value is not read: a style that names vanish at all counts as hiding.
             bool hides = false;
-            forEachElement(element, [&](XMLElement& inner) {
-                if (!hides && (inner.localName() == "vanish" || inner.localName() == "specVanish")) hides = true;
+            scrubbing::walkElements(element, [&](XMLElement& inner) {
+                if (!hides && (inner.localNameView() == "vanish" || inner.localNameView() == "specVanish")) hides = true;
             });
             if (hides) hiding.insert(styleID);
         });

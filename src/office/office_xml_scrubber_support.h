@@ -3,6 +3,7 @@
 // on text already decoded, and serialising back to UTF-8 text.
 
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,59 @@ std::optional<XMLDocument> parsedPartText(std::string_view xml);
 
 // The document serialised as UTF-8, or nothing when the output is not valid UTF-8.
 std::optional<std::string> serializedPartText(XMLDocument& document);
+
+// The shared pre-order element walk, with the root, over parent and sibling links instead of
+// child lists: iterative, and free of allocation for the large parts the scrubbers rewrite.
+// An element's children are read after `visit` returns, so edits to its own children are
+// honoured; `visit` must not detach the element it is given.
+template <typename Visit>
+void walkElements(const XMLElement& root, Visit&& visit) {
+    const auto nextElement = [](std::optional<XMLNode> node) -> std::optional<XMLElement> {
+        for (; node; node = node->nextSibling())
+            if (auto element = node->asElement()) return element;
+        return std::nullopt;
+    };
+    XMLElement current = root;
+    for (;;) {
+        visit(current);
+        if (auto child = nextElement(current.firstChild())) {
+            current = *child;
+            continue;
+        }
+        for (;;) {
+            if (current == root) return;
+            if (auto sibling = nextElement(current.nextSibling())) {
+                current = *sibling;
+                break;
+            }
+            auto parent = current.parent();
+            if (!parent) return;
+            current = *parent->asElement();
+        }
+    }
+}
+
+// Removes, during a walk, each attribute of `element` whose local name passes `doomed`.
+template <typename Test>
+void removeAttributes(XMLElement& element, Test&& doomed) {
+    for (auto attribute = element.firstAttribute(); attribute;) {
+        auto next = attribute->nextSibling();
+        if (doomed(attribute->localNameView())) attribute->detach();
+        attribute = next;
+    }
+}
+
+// Which categories a word-processing part is scrubbed for.
+struct WordScrubSteps {
+    bool history = false;
+    bool identity = false;
+    bool comments = false;
+    bool timestamps = false;
+};
+
+// The whole word-processing path on a parsed tree, with the effect of the public steps in
+// their required order.
+void scrubWordTree(const XMLElement& root, const WordScrubSteps& steps, const std::set<std::string>& vanishStyleIDs);
 
 // Whether the UTF-8 text holds a character that is not white space in Unicode's sense.
 bool containsNonWhitespace(std::string_view text);

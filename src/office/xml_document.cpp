@@ -329,6 +329,25 @@ std::optional<XMLNode> XMLNode::parent() const {
     return XMLNode(node_->parent);
 }
 
+std::optional<XMLNode> XMLNode::firstChild() const {
+    if (node_->type == XML_ATTRIBUTE_NODE || !node_->children) return std::nullopt;
+    return XMLNode(node_->children);
+}
+
+std::optional<XMLNode> XMLNode::nextSibling() const {
+    if (!node_->next) return std::nullopt;
+    return XMLNode(node_->next);
+}
+
+std::string_view XMLNode::localNameView() const {
+    switch (node_->type) {
+        case XML_ELEMENT_NODE:
+        case XML_ATTRIBUTE_NODE:
+        case XML_PI_NODE: return node_->name ? std::string_view(reinterpret_cast<const char*>(node_->name)) : std::string_view();
+        default: return {};
+    }
+}
+
 void XMLNode::detach() {
     if (!node_->parent && !node_->prev && !node_->next) return;
     xmlUnlinkNode(node_);
@@ -364,6 +383,11 @@ std::vector<XMLNode> XMLElement::attributes() const {
     std::vector<XMLNode> nodes;
     for (xmlAttr* a = node_->properties; a; a = a->next) nodes.push_back(XMLNode(reinterpret_cast<xmlNode*>(a)));
     return nodes;
+}
+
+std::optional<XMLNode> XMLElement::firstAttribute() const {
+    if (!node_->properties) return std::nullopt;
+    return XMLNode(reinterpret_cast<xmlNode*>(node_->properties));
 }
 
 std::optional<XMLNode> XMLElement::attributeForName(std::string_view name) const {

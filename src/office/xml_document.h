@@ -66,6 +66,12 @@ public:
     // The node that holds this one: an element, or the document node (kind `other`) above
     // the root. Nothing for a detached node.
     std::optional<XMLNode> parent() const;
+    // Navigation without building lists, for walks over large parts. For an attribute the next
+    // sibling is the element's next attribute.
+    std::optional<XMLNode> firstChild() const;
+    std::optional<XMLNode> nextSibling() const;
+    // The local name without a copy; valid while the node lives.
+    std::string_view localNameView() const;
     // Takes the node out of its parent; it stays usable and may be inserted again.
     void detach();
     // Evaluates an XPath 1.0 expression with this node as context. Throws invalidXPath.
@@ -85,6 +91,8 @@ protected:
 class XMLElement : public XMLNode {
 public:
     std::vector<XMLNode> attributes() const;
+    // The first attribute; the others follow through nextSibling.
+    std::optional<XMLNode> firstAttribute() const;
     // By qualified name, as written ("r:id").
     std::optional<XMLNode> attributeForName(std::string_view name) const;
     void removeAttributeForName(std::string_view name);
