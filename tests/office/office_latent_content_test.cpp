@@ -333,6 +333,33 @@ TEST(OfficeWordLatentContent, reportsWhatNoPageShowsThroughInspect) {
               position("office.hidden.printerSettings.word/printerSettings/printerSettings1.bin"));
 }
 
+TEST(OfficeWordLatentContent, removesTheAttachedTemplatePathWhenCleaning) {
+    auto b = package("word/document.xml", "<w:document " + W + "><w:body><w:p><w:r><w:t>Visible</w:t></w:r></w:p>"
+                                          "</w:body></w:document>");
+    b.add("word/_rels/document.xml.rels", rels({{"rId1", "settings", "settings.xml"}}));
+    b.add("word/settings.xml", "<w:settings " + W + "><w:attachedTemplate r:id=\"rId1\"/></w:settings>");
+    const std::string path = "file:///C:\\Users\\jroe\\AppData\\Roaming\\Microsoft\\Templates\\Acme.dotm";
+    b.add("word/_rels/settings.xml.rels", rels({{"rId1", "attachedTemplate", path, true}}));
+    testing::TempDir dir;
+    b.write(dir / "letter.docx");
+    const char* bin = std::getenv("TAVRIN_BIN");
+    const std::string tavrin = bin ? bin : "build/bin/tavrin";
+    ASSERT_EQ(testing::runCommand(tavrin + " clean " + testing::shellQuote((dir / "letter.docx").string()) +
+                                  " >/dev/null 2>&1"),
+              0);
+    const auto before = inspect(b, "docx");
+    ASSERT_NE(find(before, "office.hidden.attachedTemplate"), nullptr);
+    EXPECT_NE(find(before, "office.hidden.attachedTemplate")->value.asString().find("jroe"),
+              std::string::npos);
+    // The cleaned copy names no template, in no part.
+    const Archive cleaned(dir / "letter_cleaned.docx", Archive::AccessMode::read);
+    EXPECT_TRUE(D::detectSettingsLatentData(cleaned).empty());
+    for (const auto& entry : cleaned) {
+        const auto bytes = extractEntry(cleaned, entry);
+        EXPECT_EQ(std::string(bytes.begin(), bytes.end()).find("jroe"), std::string::npos) << entry.path();
+    }
+}
+
 TEST(OfficeWordLatentContent, dropsOnlyPartsThatNoActiveReferenceShows) {
     const auto archive = archiveOf(wordDocument());
     const auto analysis = D::inactiveHeaderFooterAnalysis(archive);
