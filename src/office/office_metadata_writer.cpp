@@ -613,6 +613,8 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     std::set<MetadataCategory> remaining;
     for (const auto& item : result.retainedItems) remaining.insert(item.category);
     result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
+    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
+              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
     return result;
 }
 
