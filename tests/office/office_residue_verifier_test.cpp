@@ -2,6 +2,7 @@
 
 #include "../image/image_fixtures.h"
 #include "office/office_dropped_parts.h"
+#include "office/office_hidden_content_scrubber.h"
 #include "office/office_media_scrubber.h"
 #include "office/office_residue_verifier.h"
 #include "office/office_part_text.h"
@@ -141,6 +142,83 @@ TEST(OfficeMediaScrubber, refusesMediaItCannotOpenOnlyWhenImageMetadataIsRemoved
     byKey.specificKeysToRemove = {"imageio.GPS.Latitude"};
     EXPECT_TRUE(OfficeMediaScrubber::profileTargetsImageMetadata(byKey));
     EXPECT_EQ(OfficeMediaScrubber::scrub(emf, "ppt/media/image9.emf", byKey).kind, OfficeMediaScrubber::Outcome::Kind::unverifiable);
+}
+
+// MARK: Hidden content
+
+using S = OfficeHiddenContentScrubber;
+const std::string sheetNS = "xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\"";
+
+TEST(OfficeHiddenContentScrubber, removesEveryHiddenSheetAndNothingElse) {
+    const std::string workbook = "<workbook " + sheetNS + "><sheets><sheet name=\"A\" state=\"hidden\"/>"
+                                 "<sheet name=\"B\"/><sheet name=\"C\" state=\"veryHidden\"/></sheets>"
+                                 "<definedNames><definedName name=\"x\">A!A1</definedName></definedNames></workbook>";
+    const auto out = S::scrubHiddenSheets(workbook);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->find("name=\"A\""), std::string::npos);
+    EXPECT_EQ(out->find("name=\"C\""), std::string::npos);
+    EXPECT_NE(out->find("name=\"B\""), std::string::npos);
+    EXPECT_NE(out->find("definedName"), std::string::npos);
+    // No guard keeps a last sheet.
+    const auto allHidden = S::scrubHiddenSheets("<workbook " + sheetNS + "><sheets><sheet state=\"hidden\"/></sheets></workbook>");
+    ASSERT_TRUE(allHidden);
+    EXPECT_EQ(allHidden->find("<sheet "), std::string::npos);
+}
+
+TEST(OfficeHiddenContentScrubber, givesBackPartsWithoutHiddenContentByteForByte) {
+    const std::string workbook = "<workbook  " + sheetNS + "><sheets><sheet name='B'/></sheets></workbook>";
+    EXPECT_EQ(S::scrubHiddenSheets(workbook), workbook);
+    const std::string presentation = "<p:presentation xmlns:p=\"urn:p\"><p:sldIdLst><p:sldId show=\"1\"/></p:sldIdLst></p:presentation>";
+    EXPECT_EQ(S::scrubHiddenSlides(presentation), presentation);
+    EXPECT_EQ(S::scrubHiddenSheets("<workbook>"), std::nullopt);
+}
+
+TEST(OfficeHiddenContentScrubber, reportsLatentSettingsInWalkOrder) {
+    const auto out = S::scrubLatentSettings("<w:settings " + w + "><w:docVars><w:mailMerge><w:odso/></w:mailMerge></w:docVars>"
+                                            "<w:attachedTemplate/><w:zoom/></w:settings>");
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->removedLabels, (std::vector<std::string>{"Document Variables", "Mail Merge Settings",
+                                                            "Mail Merge Data Source (ODSO)", "Attached Template"}));
+    EXPECT_NE(out->xml.find("w:zoom"), std::string::npos);
+    EXPECT_EQ(out->xml.find("docVars"), std::string::npos);
+}
+
+TEST(OfficeHiddenContentScrubber, removesLatentRelationshipsExternalOnesIncluded) {
+    const std::string rels = relsHead +
+                             "<Relationship Id=\"rId1\" Type=\"http://x/relationships/attachedTemplate\" "
+                             "Target=\"file:///C:/Templates/Secret.dotm\" TargetMode=\"External\"/>"
+                             "<Relationship Id=\"rId2\" Type=\"http://x/relationships/styles\" Target=\"styles.xml\"/>"
+                             "</Relationships>";
+    const auto out = S::scrubLatentRelationships(rels);
+    ASSERT_TRUE(out);
+    EXPECT_TRUE(out->removedAny);
+    EXPECT_EQ(out->xml.find("Secret"), std::string::npos);
+    EXPECT_NE(out->xml.find("styles.xml"), std::string::npos);
+}
+
+TEST(OfficeHiddenContentScrubber, dropsOnlyThePrinterSettingsReferenceOfAPageSetup) {
+    const std::string sheet = "<worksheet " + sheetNS + " xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/"
+                              "relationships\"><pageSetup orientation=\"landscape\" r:id=\"rId2\"/></worksheet>";
+    const auto kept = S::scrubPrinterSettingsReferences(sheet, {"rId9"});
+    ASSERT_TRUE(kept);
+    EXPECT_FALSE(kept->removedAny);
+    EXPECT_EQ(kept->xml, sheet);
+    const auto dropped = S::scrubPrinterSettingsReferences(sheet, {"rId2"});
+    ASSERT_TRUE(dropped);
+    EXPECT_TRUE(dropped->removedAny);
+    EXPECT_EQ(dropped->xml.find("rId2"), std::string::npos);
+    EXPECT_NE(dropped->xml.find("landscape"), std::string::npos);
+}
+
+TEST(OfficeHiddenContentScrubber, removesInactiveFirstPageReferencesWithoutATitlePage) {
+    const std::string document = "<w:document " + w + " xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/"
+                                 "relationships\"><w:body><w:sectPr><w:headerReference w:type=\"first\" r:id=\"rId7\"/>"
+                                 "<w:headerReference w:type=\"default\" r:id=\"rId8\"/></w:sectPr></w:body></w:document>";
+    const auto out = S::scrubInactiveHeaderFooterReferences(document, false);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->removedCount, 1);
+    EXPECT_EQ(out->xml.find("rId7"), std::string::npos);
+    EXPECT_NE(out->xml.find("rId8"), std::string::npos);
 }
 
 }  // namespace
