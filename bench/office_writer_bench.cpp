@@ -25,8 +25,8 @@ using Bytes = std::vector<std::uint8_t>;
 namespace images = tavrin::testing::images;
 
 // A photo-like JPEG: smooth light with grain, so that it compresses like a camera picture.
-Bytes photo(int width, int height, unsigned seed) {
-    std::minstd_rand random(seed);
+Bytes photo(int width, int height, unsigned variant) {
+    std::minstd_rand random(variant);
     std::vector<unsigned char> pixels(static_cast<std::size_t>(width) * height * 3);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)

@@ -1,4 +1,13 @@
 // tavrin: inspect and clean the metadata of files from the command line.
+#include <malloc.h>
+
 #include "cli.h"
 
-int main(int argc, char** argv) { return tavrin::cli::run(argc, argv); }
+int main(int argc, char** argv) {
+    // A clean allocates and frees compression and decode buffers for every entry of every file;
+    // keeping freed memory in the process, instead of handing it back to the kernel each time,
+    // spares a batch most of its system time.
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    return tavrin::cli::run(argc, argv);
+}

@@ -20,6 +20,30 @@ MetadataItem propertyItem(const std::string& key, std::string displayName, std::
                         MetadataSource::zipXML, removable};
 }
 
+// Sorts each property of a part into removed or retained, then takes the removed ones out of it.
+struct PropertySorting {
+    OfficePropertyScrubber::Result result;
+    std::vector<XMLNode> doomed;
+
+    void sort(MetadataItem item, XMLNode node, const CleaningProfile& profile) {
+        if (profile.shouldRemove(item)) {
+            doomed.push_back(std::move(node));
+            result.removed.push_back(std::move(item));
+        } else {
+            result.retained.push_back(std::move(item));
+        }
+    }
+
+    template <typename Document>
+    std::optional<OfficePropertyScrubber::Result> finish(Document& document) {
+        for (auto& element : doomed) element.detach();
+        auto text = scrubbing::serializedPartText(document);
+        if (!text) return std::nullopt;
+        result.xml = std::move(*text);
+        return std::move(result);
+    }
+};
+
 }  // namespace
 
 const std::vector<Mapping>& OfficePropertyScrubber::coreMappings() {
@@ -72,8 +96,7 @@ std::optional<OfficePropertyScrubber::Result> OfficePropertyScrubber::scrubPrope
         std::map<std::string, const Mapping*, std::less<>> byName;
         for (const auto& mapping : mappings) byName.emplace(mapping.localName, &mapping);
 
-        Result result;
-        std::vector<XMLNode> doomed;
+        PropertySorting sorting;
         for (const auto& child : document->rootElement()->children()) {
             if (child.kind() != XMLNode::Kind::element) continue;
             const auto found = byName.find(child.localName());
@@ -81,20 +104,11 @@ std::optional<OfficePropertyScrubber::Result> OfficePropertyScrubber::scrubPrope
             std::string text = child.stringValue();
             if (text.empty()) continue;
             const Mapping& mapping = *found->second;
-            auto item = propertyItem(mapping.key, displayName(mapping.key), std::move(text), mapping.category,
-                                     mapping.removable);
-            if (profile.shouldRemove(item)) {
-                doomed.push_back(child);
-                result.removed.push_back(std::move(item));
-            } else {
-                result.retained.push_back(std::move(item));
-            }
+            sorting.sort(propertyItem(mapping.key, displayName(mapping.key), std::move(text), mapping.category,
+                                      mapping.removable),
+                         child, profile);
         }
-        for (auto& element : doomed) element.detach();
-        auto text = scrubbing::serializedPartText(*document);
-        if (!text) return std::nullopt;
-        result.xml = std::move(*text);
-        return result;
+        return sorting.finish(*document);
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -105,27 +119,17 @@ std::optional<OfficePropertyScrubber::Result> OfficePropertyScrubber::scrubCusto
     try {
         auto document = scrubbing::parsedPartText(xml);
         if (!document) return std::nullopt;
-        Result result;
-        std::vector<XMLNode> doomed;
+        PropertySorting sorting;
         for (const auto& node : document->rootElement()->nodesForXPath("//*[local-name()='property']")) {
             const auto property = node.asElement();
             if (!property) continue;
             const auto name = property->attributeForName("name");
             if (!name || name->stringValue().empty()) continue;
             const std::string propertyName = name->stringValue();
-            auto item = propertyItem("Custom." + propertyName, propertyName, property->stringValue(), C::companyInfo, true);
-            if (profile.shouldRemove(item)) {
-                doomed.push_back(*property);
-                result.removed.push_back(std::move(item));
-            } else {
-                result.retained.push_back(std::move(item));
-            }
+            sorting.sort(propertyItem("Custom." + propertyName, propertyName, property->stringValue(), C::companyInfo, true),
+                         *property, profile);
         }
-        for (auto& element : doomed) element.detach();
-        auto text = scrubbing::serializedPartText(*document);
-        if (!text) return std::nullopt;
-        result.xml = std::move(*text);
-        return result;
+        return sorting.finish(*document);
     } catch (const std::exception&) {
         return std::nullopt;
     }

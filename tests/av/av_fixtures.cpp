@@ -175,15 +175,15 @@ void drain(AVFormatContext* out, AVCodecContext* encoder, AVStream* stream, AVFr
 
 }  // namespace
 
-void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
+void makeMedia(const std::filesystem::path& path, const MediaRecipe& recipe) {
     av_log_set_level(AV_LOG_QUIET);
     AVFormatContext* out = nullptr;
-    check(avformat_alloc_output_context2(&out, nullptr, spec.muxer.c_str(), path.c_str()), "output");
+    check(avformat_alloc_output_context2(&out, nullptr, recipe.muxer.c_str(), path.c_str()), "output");
     Encoder video, aac;
     AVStream* videoStream = nullptr;
     AVStream* audioStream = nullptr;
     const bool globalHeader = out->oformat->flags & AVFMT_GLOBALHEADER;
-    if (spec.video) {
+    if (recipe.video) {
         const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
         video.context = avcodec_alloc_context3(codec);
         video.context->width = 16;
@@ -196,7 +196,7 @@ void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
         videoStream->time_base = video.context->time_base;
         check(avcodec_parameters_from_context(videoStream->codecpar, video.context), "video parameters");
     }
-    if (spec.audio == Audio::aac) {
+    if (recipe.audio == Audio::aac) {
         const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
         aac.context = avcodec_alloc_context3(codec);
         aac.context->sample_fmt = AV_SAMPLE_FMT_FLTP;
@@ -208,11 +208,11 @@ void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
         audioStream = avformat_new_stream(out, nullptr);
         audioStream->time_base = aac.context->time_base;
         check(avcodec_parameters_from_context(audioStream->codecpar, aac.context), "audio parameters");
-    } else if (spec.audio != Audio::none) {
+    } else if (recipe.audio != Audio::none) {
         audioStream = avformat_new_stream(out, nullptr);
         AVCodecParameters* p = audioStream->codecpar;
         p->codec_type = AVMEDIA_TYPE_AUDIO;
-        if (spec.audio == Audio::mp3) {
+        if (recipe.audio == Audio::mp3) {
             p->codec_id = AV_CODEC_ID_MP3;
             p->sample_rate = 44100;
             av_channel_layout_default(&p->ch_layout, 2);
@@ -220,7 +220,7 @@ void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
             p->bit_rate = 128000;
             audioStream->time_base = {1, 44100};
         } else {
-            p->codec_id = spec.muxer == "aiff" ? AV_CODEC_ID_PCM_S16BE : AV_CODEC_ID_PCM_S16LE;
+            p->codec_id = recipe.muxer == "aiff" ? AV_CODEC_ID_PCM_S16BE : AV_CODEC_ID_PCM_S16LE;
             p->sample_rate = 8000;
             av_channel_layout_default(&p->ch_layout, 1);
             p->bits_per_coded_sample = 16;
@@ -228,10 +228,10 @@ void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
             audioStream->time_base = {1, 8000};
         }
     }
-    for (const auto& [key, value] : spec.tags) av_dict_set(&out->metadata, key.c_str(), value.c_str(), 0);
-    if (spec.muxer == "avi" && audioStream) av_dict_set(&audioStream->metadata, "title", "Interview Mic", 0);
+    for (const auto& [key, value] : recipe.tags) av_dict_set(&out->metadata, key.c_str(), value.c_str(), 0);
+    if (recipe.muxer == "avi" && audioStream) av_dict_set(&audioStream->metadata, "title", "Interview Mic", 0);
     AVDictionary* options = nullptr;
-    if (spec.metadataKeys) av_dict_set(&options, "movflags", "use_metadata_tags", 0);
+    if (recipe.metadataKeys) av_dict_set(&options, "movflags", "use_metadata_tags", 0);
     check(avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE), "open file");
     check(avformat_write_header(out, &options), "header");
     av_dict_free(&options);
@@ -270,7 +270,7 @@ void makeMedia(const std::filesystem::path& path, const MediaSpec& spec) {
         drain(out, aac.context, audioStream, nullptr);
         av_frame_free(&frame);
     } else if (audioStream) {
-        const bool mp3 = spec.audio == Audio::mp3;
+        const bool mp3 = recipe.audio == Audio::mp3;
         for (int i = 0; i < 4; ++i) {
             AVPacket* packet = av_packet_alloc();
             const std::string payload = mp3 ? mp3Frame() : std::string(800, '\0');

@@ -61,7 +61,7 @@ std::string flacFile(std::string_view blocks);
 
 // --- Real media through libavformat ---
 enum class Audio { none, pcm, mp3, aac };
-struct MediaSpec {
+struct MediaRecipe {
     std::string muxer;  // "mov", "mp4", "ipod", "wav", "aiff", "mp3", "avi"
     bool video = false;  // three 16×16 MJPEG frames
     Audio audio = Audio::pcm;
@@ -69,7 +69,7 @@ struct MediaSpec {
     bool metadataKeys = false;  // QuickTime: write tags as mdta keys
 };
 // Writes a playable file. Aborts the test (throws std::runtime_error) when the library fails.
-void makeMedia(const std::filesystem::path& path, const MediaSpec& spec);
+void makeMedia(const std::filesystem::path& path, const MediaRecipe& recipe);
 // Appends atoms to the top-level `moov` of a file whose `moov` comes after its `mdat`.
 void appendToMoov(const std::filesystem::path& path, std::string_view atoms);
 

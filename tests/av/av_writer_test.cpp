@@ -28,7 +28,7 @@ std::string phoneAtoms() {
 
 struct WritableCase {
     std::string name;
-    MediaSpec spec;
+    MediaRecipe recipe;
     bool addPhoneAtoms;
 };
 
@@ -48,7 +48,7 @@ std::vector<WritableCase> writableCases() {
 
 std::filesystem::path makeCase(const testing::TempDir& dir, const WritableCase& c) {
     const auto path = dir / c.name;
-    makeMedia(path, c.spec);
+    makeMedia(path, c.recipe);
     if (c.addPhoneAtoms) appendToMoov(path, phoneAtoms());
     return path;
 }

@@ -1,5 +1,5 @@
 // Writes the demo's dirty photo and diagram into the folder given, from the test fixture code;
-// with --fuzz-seeds, small dirty files of every container for the image fuzz corpus instead.
+// with --fuzz-corpus, small dirty files of every container for the image fuzz corpus instead.
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -8,15 +8,15 @@
 #include "support/test_support.h"
 
 int main(int argc, char** argv) {
-    const bool seeds = argc == 3 && std::strcmp(argv[1], "--fuzz-seeds") == 0;
-    if (argc != 2 && !seeds) {
-        std::fprintf(stderr, "usage: make_image_samples [--fuzz-seeds] <folder>\n");
+    const bool fuzzCorpus = argc == 3 && std::strcmp(argv[1], "--fuzz-corpus") == 0;
+    if (argc != 2 && !fuzzCorpus) {
+        std::fprintf(stderr, "usage: make_image_samples [--fuzz-corpus] <folder>\n");
         return 2;
     }
     using namespace tavrin::testing::images;
     using tavrin::testing::writeFile;
     const std::filesystem::path folder = argv[argc - 1];
-    if (seeds) {
+    if (fuzzCorpus) {
         const std::string xmp = xmpPacket();
         writeFile(folder / "still.webp", withWebPMetadata(encodeWebP(8, 8), exifBlock(), xmp, iccProfile("sRGB")));
         writeFile(folder / "anim.webp", withWebPMetadata(encodeAnimatedWebP(8, 8, {50, 70}, 2), exifBlock(), "", {}));

@@ -30,9 +30,9 @@ inline void addFile(Archive& archive, const std::string& path, const std::string
 }
 
 // A text that deflate cannot shrink much, so that it spans several chunks either way.
-inline std::string noise(std::size_t size, unsigned seed = 1) {
+inline std::string noise(std::size_t size, unsigned variant = 1) {
     std::string out(size, '\0');
-    unsigned state = seed;
+    unsigned state = variant;
     for (auto& c : out) {
         state = state * 1103515245u + 12345u;
         c = static_cast<char>(state >> 16);
