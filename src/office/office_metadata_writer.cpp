@@ -23,6 +23,7 @@
 #include "office/office_text_encoding.h"
 #include "office/office_xml_document.h"
 #include "office/office_xml_scrubber.h"
+#include "office/office_xml_scrubber_support.h"
 #include "zip/archive.h"
 
 namespace tavrin {
@@ -92,6 +93,21 @@ std::optional<std::string> partText(const Archive& archive, std::string_view nam
 }
 
 // One package cleaning: the walk over the source, the transforms, and what it records.
+// The extended properties without their lists of part titles (sheet names, slide titles) and
+// the heading pairs that count them; nothing when the text does not parse.
+std::optional<std::string> withoutPartTitles(const std::string& xml) {
+    auto document = scrubbing::parsedPartText(xml);
+    if (!document || !document->rootElement()) return std::nullopt;
+    std::vector<XMLNode> doomed;
+    for (const auto& child : document->rootElement()->children())
+        if (child.kind() == XMLNode::Kind::element &&
+            (child.localName() == "TitlesOfParts" || child.localName() == "HeadingPairs"))
+            doomed.push_back(child);
+    if (doomed.empty()) return xml;
+    for (auto& node : doomed) node.detach();
+    return scrubbing::serializedPartText(*document);
+}
+
 class PackageCleaner {
 public:
     PackageCleaner(const Archive& source, Archive& destination, const CleaningProfile& profile, Accumulator& accumulator)
@@ -374,7 +390,21 @@ private:
             acc_.fail(path, "Property part could not be parsed for scrubbing");
             return data;
         }
-        const bool removedAny = !result->removed.empty();
+        bool removedAny = !result->removed.empty();
+        if (lower == "docprops/app.xml" && switches_.removeHidden && !hiddenPaths_.empty()) {
+            // The part lists every sheet's name and slide's title; with hidden ones dropped it
+            // would still name them. Office rebuilds both lists when it next saves.
+            auto withoutTitles = withoutPartTitles(result->xml);
+            if (!withoutTitles) {
+                acc_.fail(path, "Property part could not be parsed for scrubbing");
+                return data;
+            }
+            if (*withoutTitles != result->xml) {
+                result->xml = std::move(*withoutTitles);
+                acc_.recordRemoval(path, "Titles of Parts", MetadataCategory::hiddenContent);
+                removedAny = true;
+            }
+        }
         for (auto& item : result->removed) acc_.removedItems.push_back(std::move(item));
         for (auto& item : result->retained) acc_.retainedItems.push_back(std::move(item));
         return removedAny ? bytesOf(result->xml) : data;

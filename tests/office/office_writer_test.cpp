@@ -223,6 +223,37 @@ INSTANTIATE_TEST_SUITE_P(
         single("author", MetadataCategory::authorIdentity, {{"docProps/core.xml", "Jane Roe"}, {"word/people.xml", "Jane Roe"}})),
     [](const auto& info) { return info.param.name; });
 
+// The extended properties name every sheet; a dropped hidden sheet must not stay named there.
+TEST(OfficeWriter, forgetsTheTitlesOfDroppedHiddenSheets) {
+    TempDir dir;
+    const std::string titles =
+        "<HeadingPairs><vt:vector size=\"2\" baseType=\"variant\"><vt:variant><vt:lpstr>Worksheets</vt:lpstr>"
+        "</vt:variant><vt:variant><vt:i4>2</vt:i4></vt:variant></vt:vector></HeadingPairs>"
+        "<TitlesOfParts><vt:vector size=\"2\" baseType=\"lpstr\"><vt:lpstr>Sheet1</vt:lpstr>"
+        "<vt:lpstr>Salaries</vt:lpstr></vt:vector></TitlesOfParts>";
+    const OfficePackageBuilder source = testing::dirtyWorkbook(photo());
+    OfficePackageBuilder workbook;
+    for (auto [path, content] : source.parts()) {
+        if (path == "docProps/app.xml") content.insert(content.find("<Company>"), titles);
+        workbook.add(path, content);
+    }
+    const Bytes dirty = workbook.bytes();
+    ASSERT_TRUE(contains(part(dirty, "docProps/app.xml"), "Salaries"));
+
+    const auto hiddenOnly = clean(dir, dirty, profileOf({MetadataCategory::hiddenContent}), "hidden.xlsx");
+    ASSERT_TRUE(hiddenOnly.result.verifiedClean);
+    const auto app = part(hiddenOnly.output, "docProps/app.xml");
+    EXPECT_FALSE(contains(app, "Salaries"));
+    EXPECT_FALSE(contains(app, "HeadingPairs"));
+    EXPECT_TRUE(contains(app, "Acme Secret Labs"));  // the rest of the part is the profile's to decide
+    EXPECT_EQ(testing::packageValidityProblems(hiddenOnly.output), std::vector<std::string>{});
+
+    // A profile that keeps hidden content keeps the titles with the sheets.
+    const auto keeping = clean(dir, dirty, profileOf({MetadataCategory::authorIdentity}), "kept.xlsx");
+    ASSERT_TRUE(keeping.result.verifiedClean);
+    EXPECT_TRUE(contains(part(keeping.output, "docProps/app.xml"), "Salaries"));
+}
+
 TEST(OfficeWriter, aProfileWithNoCategoryCopiesEveryPartAndVerifies) {
     TempDir dir;
     const Bytes dirty = testing::dirtyDocument(photo()).bytes();
