@@ -203,11 +203,7 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
     result.originalSize = ec ? 0 : static_cast<std::int64_t>(originalSize);
     const auto cleanedSize = std::filesystem::file_size(destination, ec);
     result.cleanedSize = ec ? 0 : static_cast<std::int64_t>(cleanedSize);
-    std::set<MetadataCategory> remaining;
-    for (const auto& item : result.retainedItems) remaining.insert(item.category);
-    result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
-    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
-              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     result.verifiedClean = false;
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     return result;

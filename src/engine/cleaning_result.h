@@ -1,7 +1,9 @@
 #pragma once
 // What a writer reports after a clean.
 
+#include <algorithm>
 #include <cstdint>
+#include <set>
 #include <exception>
 #include <filesystem>
 #include <optional>
@@ -40,6 +42,17 @@ struct CleaningResult {
     }
     bool isClean() const { return warnings.empty() && verifiedClean && remainingMetadataClasses.empty(); }
 };
+
+// The categories of the items a clean kept, each once, ordered by their raw names: what a
+// writer reports as its result's remaining metadata classes.
+inline std::vector<MetadataCategory> remainingClasses(const std::vector<MetadataItem>& retained) {
+    std::set<MetadataCategory> seen;
+    for (const auto& item : retained) seen.insert(item.category);
+    std::vector<MetadataCategory> classes(seen.begin(), seen.end());
+    std::sort(classes.begin(), classes.end(),
+              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    return classes;
+}
 
 struct BatchCleaningResult {
     std::filesystem::path sourceURL;

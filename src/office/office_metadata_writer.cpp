@@ -640,11 +640,7 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     result.warnings = std::move(accumulator.warnings);
     result.profileUsed = profile;
     result.verifiedClean = true;
-    std::set<MetadataCategory> remaining;
-    for (const auto& item : result.retainedItems) remaining.insert(item.category);
-    result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
-    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
-              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     return result;
 }
 

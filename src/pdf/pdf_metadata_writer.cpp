@@ -444,11 +444,7 @@ CleaningResult PDFMetadataWriter::cleanMetadata(const std::filesystem::path& sou
     if (auto findings = PDFLatentContentInspector::inspect(destination); findings && findings->hasAcroForm)
         result.warnings.push_back(
             {"PDF AcroForm", "Document contains an interactive form; review form-field contents before sharing"});
-    std::set<MetadataCategory> remaining;
-    for (const auto& item : result.retainedItems) remaining.insert(item.category);
-    result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
-    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
-              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }

@@ -197,11 +197,7 @@ CleaningResult PDFPasswordProcessor::cleanAndWrite(const Request& request) {
     result.retainedItems = std::move(scrub.retained);
     result.profileUsed = request.profile;
     result.verifiedClean = true;
-    std::set<MetadataCategory> remaining;
-    for (const auto& item : result.retainedItems) remaining.insert(item.category);
-    result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
-    std::sort(result.remainingMetadataClasses.begin(), result.remainingMetadataClasses.end(),
-              [](MetadataCategory a, MetadataCategory b) { return rawValue(a) < rawValue(b); });
+    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }
