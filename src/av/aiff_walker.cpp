@@ -22,7 +22,8 @@ void readComments(std::span<const std::uint8_t> b, AVAssetMetadata& out) {
     std::size_t pos = 2;
     std::string joined;
     std::optional<Date> first;
-    for (std::size_t i = 0; i < count && b.size() - pos >= 8; ++i) {
+    // A comment with an odd length is padded; the pad byte of the last may lie past the chunk.
+    for (std::size_t i = 0; i < count && pos + 8 <= b.size(); ++i) {
         const std::uint32_t stamp = be32(b.data() + pos);
         const std::size_t length = std::min<std::size_t>(be16(b.data() + pos + 6), b.size() - pos - 8);
         const std::string text = avBytes::trimmed(avBytes::textFromBytes(b.subspan(pos + 8, length)));
