@@ -1,9 +1,7 @@
 #include "image/frame_decoder.h"
 
 #include <gif_lib.h>
-#include <libheif/heif.h>
 #include <png.h>
-#include <tiffio.h>
 #include <turbojpeg.h>
 #include <webp/decode.h>
 #include <webp/demux.h>
@@ -13,6 +11,7 @@
 #include <memory>
 
 #include "image/bmp_container.h"
+#include "image/decoder_libraries.h"
 
 namespace tavrin::image {
 
@@ -102,30 +101,33 @@ toff_t tiffSize(thandle_t h) { return static_cast<MemoryFile*>(h)->data.size(); 
 int tiffQuiet(TIFF*, void*, const char*, const char*, va_list) { return 1; }
 
 std::vector<FrameSize> decodeTIFF(ByteSpan d) {
+    const TIFFFunctions* tiff = tiffLibrary();
+    enforce(tiff != nullptr, Case::decodeFailed, "libtiff cannot be loaded");
     MemoryFile file{d, 0};
-    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
-    TIFFOpenOptionsSetErrorHandlerExtR(options, tiffQuiet, nullptr);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, tiffQuiet, nullptr);
-    TIFF* tif = TIFFClientOpenExt("memory", "rm", &file, tiffRead, tiffWrite, tiffSeek, tiffClose, tiffSize, nullptr,
+    TIFFOpenOptions* options = tiff->TIFFOpenOptionsAlloc();
+    tiff->TIFFOpenOptionsSetErrorHandlerExtR(options, tiffQuiet, nullptr);
+    tiff->TIFFOpenOptionsSetWarningHandlerExtR(options, tiffQuiet, nullptr);
+    TIFF* tif = tiff->TIFFClientOpenExt("memory", "rm", &file, tiffRead, tiffWrite, tiffSeek, tiffClose, tiffSize, nullptr,
                                   nullptr, options);
-    TIFFOpenOptionsFree(options);
+    tiff->TIFFOpenOptionsFree(options);
     enforce(tif != nullptr, Case::decodeFailed, "libtiff cannot open the data");
     struct Close {
+        const TIFFFunctions* tiff;
         TIFF* t;
-        ~Close() { TIFFClose(t); }
-    } close{tif};
+        ~Close() { tiff->TIFFClose(t); }
+    } close{tiff, tif};
     std::vector<FrameSize> out;
     do {
         std::uint32_t width = 0, height = 0;
-        TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
-        TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
+        tiff->TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
+        tiff->TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
         checkArea(width, height);
         std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) * height);
-        enforce(TIFFReadRGBAImageOriented(tif, width, height, pixels.data(), ORIENTATION_TOPLEFT, 1) == 1,
+        enforce(tiff->TIFFReadRGBAImageOriented(tif, width, height, pixels.data(), ORIENTATION_TOPLEFT, 1) == 1,
                 Case::decodeFailed, "a TIFF page does not decode");
         out.push_back({width, height});
         enforce(out.size() <= 65536, Case::limitExceeded, "too many TIFF pages");
-    } while (TIFFReadDirectory(tif) == 1);
+    } while (tiff->TIFFReadDirectory(tif) == 1);
     return out;
 }
 
@@ -228,34 +230,38 @@ std::vector<FrameSize> decodeGIF(ByteSpan d) {
 
 // Every top-level image of a HEIF file, decoded with its transformations applied.
 std::vector<FrameSize> decodeHEIF(ByteSpan d) {
+    const HEIFFunctions* heif = heifLibrary();
+    enforce(heif != nullptr, Case::decodeFailed, "libheif cannot be loaded");
     struct FreeContext {
-        void operator()(heif_context* c) const { heif_context_free(c); }
+        decltype(&::heif_context_free) free;
+        void operator()(heif_context* c) const { free(c); }
     };
-    std::unique_ptr<heif_context, FreeContext> context(heif_context_alloc());
+    std::unique_ptr<heif_context, FreeContext> context(heif->heif_context_alloc(), FreeContext{heif->heif_context_free});
     enforce(context != nullptr, Case::decodeFailed, "libheif cannot start");
-    enforce(heif_context_read_from_memory_without_copy(context.get(), d.data(), d.size(), nullptr).code == heif_error_Ok,
+    enforce(heif->heif_context_read_from_memory_without_copy(context.get(), d.data(), d.size(), nullptr).code == heif_error_Ok,
             Case::decodeFailed, "the HEIF structure does not decode");
-    const int count = heif_context_get_number_of_top_level_images(context.get());
+    const int count = heif->heif_context_get_number_of_top_level_images(context.get());
     enforce(count >= 1 && count <= 65536, Case::decodeFailed, "a HEIF file has no image");
     std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
-    heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), count);
+    heif->heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), count);
     std::vector<FrameSize> out;
     for (heif_item_id id : ids) {
         heif_image_handle* handle = nullptr;
-        enforce(heif_context_get_image_handle(context.get(), id, &handle).code == heif_error_Ok, Case::decodeFailed,
+        enforce(heif->heif_context_get_image_handle(context.get(), id, &handle).code == heif_error_Ok, Case::decodeFailed,
                 "a HEIF image does not open");
         struct ReleaseHandle {
+            const HEIFFunctions* heif;
             heif_image_handle* h;
-            ~ReleaseHandle() { heif_image_handle_release(h); }
-        } releaseHandle{handle};
-        const int w = heif_image_handle_get_width(handle), h = heif_image_handle_get_height(handle);
+            ~ReleaseHandle() { heif->heif_image_handle_release(h); }
+        } releaseHandle{heif, handle};
+        const int w = heif->heif_image_handle_get_width(handle), h = heif->heif_image_handle_get_height(handle);
         checkArea(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
         heif_image* image = nullptr;
-        enforce(heif_decode_image(handle, &image, heif_colorspace_undefined, heif_chroma_undefined, nullptr).code ==
+        enforce(heif->heif_decode_image(handle, &image, heif_colorspace_undefined, heif_chroma_undefined, nullptr).code ==
                     heif_error_Ok,
                 Case::decodeFailed, "a HEIF image does not decode");
-        const int dw = heif_image_get_primary_width(image), dh = heif_image_get_primary_height(image);
-        heif_image_release(image);
+        const int dw = heif->heif_image_get_primary_width(image), dh = heif->heif_image_get_primary_height(image);
+        heif->heif_image_release(image);
         enforce(dw == w && dh == h, Case::decodeFailed, "a HEIF image decodes to another size");
         out.push_back({static_cast<std::uint32_t>(w), static_cast<std::uint32_t>(h)});
     }
