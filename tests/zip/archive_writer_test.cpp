@@ -1,13 +1,12 @@
+// The writer: what it writes reads back the same (also to the system's unzip), failed edits leave
+// the archive as it was, and offsets past 4 GiB take ZIP64 records.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "raw_zip_builder.h"
 #include "support/test_support.h"
-#include "zip/archive.h"
 #include "zip_test_helpers.h"
 
 namespace tavrin {
@@ -16,22 +15,9 @@ namespace {
 using Case = ArchiveError::Case;
 using testing::addFile;
 using testing::extractAll;
+using testing::failureOf;
+using testing::providerOf;
 using testing::TempDir;
-
-std::optional<Case> failureOf(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const ArchiveError& e) {
-        return e.errorCase();
-    }
-    return std::nullopt;
-}
-
-Archive::Provider providerOf(const std::string& data) {
-    return [data](std::int64_t position, std::size_t size) {
-        return std::vector<std::uint8_t>(data.begin() + position, data.begin() + position + static_cast<std::ptrdiff_t>(size));
-    };
-}
 
 TEST(ZipWriter, writesEntriesThatReadBackUnchanged) {
     TempDir dir;
@@ -46,30 +32,28 @@ TEST(ZipWriter, writesEntriesThatReadBackUnchanged) {
         Archive archive(dir / "a.zip", Archive::AccessMode::create);
         for (const auto& [path, data] : files) addFile(archive, path, data);
         addFile(archive, "stored.bin", "kept as is", CompressionMethod::none);
+        addFile(archive, "word/", "", CompressionMethod::deflate, EntryType::directory);
     }
     const Archive archive(dir / "a.zip", Archive::AccessMode::read);
-    ASSERT_EQ(archive.entries().size(), files.size() + 1);
+    ASSERT_EQ(archive.entries().size(), files.size() + 2);
     for (std::size_t i = 0; i < files.size(); ++i) {
         EXPECT_EQ(archive.entries()[i].path(), files[i].first);
         EXPECT_EQ(extractAll(archive, archive.entries()[i]), files[i].second);
+        EXPECT_EQ(archive.entries()[i].type(), EntryType::file);
+        EXPECT_EQ(archive.entries()[i].fileAttributes() & 0777, Archive::defaultFilePermissions);
     }
+    EXPECT_EQ(archive["docProps/empty.xml"]->checksum(), 0u);
+    EXPECT_EQ(archive["word/"]->type(), EntryType::directory);
+    EXPECT_EQ(archive["word/"]->fileAttributes() & 0777, Archive::defaultDirectoryPermissions);
     EXPECT_FALSE(archive.zip64EndOfCentralDirectory().has_value());
     // Stored data keeps its bytes in the file.
     EXPECT_NE(testing::readFile(dir / "a.zip").find("kept as is"), std::string::npos);
     EXPECT_FALSE(archive["stored.bin"]->isCompressed());
+    EXPECT_TRUE(archive["word/document.xml"]->isCompressed());
     // Our own output is readable by the system's unzip.
     std::string listing;
     EXPECT_EQ(testing::runCommand("unzip -tq " + testing::shellQuote((dir / "a.zip").string()) + " 2>&1", &listing), 0)
         << listing;
-}
-
-TEST(ZipWriter, writesAZeroByteEntryWithNoDataAndChecksumZero) {
-    Archive archive(std::vector<std::uint8_t>{}, Archive::AccessMode::create);
-    addFile(archive, "empty", "");
-    const Entry entry = archive.entries().at(0);
-    EXPECT_EQ(entry.checksum(), 0u);
-    EXPECT_EQ(entry.uncompressedSize(), 0u);
-    EXPECT_EQ(extractAll(archive, entry), "");
 }
 
 TEST(ZipWriter, refusesInvalidRequests) {
@@ -166,20 +150,9 @@ TEST(ZipWriter, removesEntriesAndRewritesOffsets) {
         // A valid empty archive: it opens again and takes new entries.
         addFile(archive, "d", "4");
         EXPECT_EQ(extractAll(archive, *archive["d"]), "4");
+        // Nothing but the archive is left in its folder.
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), inMemory ? 0 : 1);
     }
-}
-
-TEST(ZipWriter, removingLeavesNoTemporaryFileBehind) {
-    TempDir dir;
-    {
-        Archive archive(dir / "r.zip", Archive::AccessMode::create);
-        addFile(archive, "a", "1");
-        addFile(archive, "b", "2");
-        archive.remove(*archive["a"]);
-    }
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(dir.path())) ++count;
-    EXPECT_EQ(count, 1u);
 }
 
 TEST(ZipWriter, storesModificationDatesInTwoSecondSteps) {
@@ -188,8 +161,7 @@ TEST(ZipWriter, storesModificationDatesInTwoSecondSteps) {
     const system_clock::time_point ancient = sys_days{year{1970} / 1 / 2};
     Archive archive(std::vector<std::uint8_t>{}, Archive::AccessMode::create);
     for (const auto& [path, when] : {std::pair{"new", date}, std::pair{"old", ancient}})
-        archive.addEntry(path, EntryType::file, 1, when, std::nullopt, CompressionMethod::none, 16, nullptr,
-                         providerOf("x"));
+        addFile(archive, path, "x", CompressionMethod::none, EntryType::file, when);
     EXPECT_EQ(archive["new"]->modificationDate(), date - seconds{1});
     const Archive reopened(*archive.data(), Archive::AccessMode::read);
     EXPECT_EQ(reopened["new"]->modificationDate(), archive["new"]->modificationDate());
@@ -200,42 +172,23 @@ TEST(ZipWriter, storesModificationDatesInTwoSecondSteps) {
     EXPECT_EQ(local.tm_year, 80);
 }
 
-// An archive whose first entry spans more than 4 GiB of a sparse file, so that what follows
-// needs ZIP64 offsets: built by hand, then extended with our writer and read back.
+// An archive whose first entry spans more than 4 GiB of a sparse file, so that what follows needs
+// ZIP64 offsets: extended with our writer and read back.
 TEST(ZipWriter, writesZip64OffsetsPastFourGibibytes) {
     TempDir dir;
     const std::uint64_t bigSize = (1ull << 32) + 16;
-    std::string head = testing::buildRawZip({{.name = "big.bin", .data = "", .zip64 = true}});
-    // Keep only the local header (30 + 7 name + 20 extra) and patch the sizes in its extra field.
-    head.resize(30 + 7 + 20);
-    for (int field : {0, 8})
-        for (int i = 0; i < 8; ++i) head[30 + 7 + 4 + field + i] = static_cast<char>((bigSize >> (8 * i)) & 0xFF);
-    std::string directory = testing::buildRawZip({{.name = "big.bin", .data = "", .zip64 = true}});
-    directory = directory.substr(head.size());  // central structure + end record
-    const std::size_t endRecordSize = 22;
-    std::string central = directory.substr(0, directory.size() - endRecordSize);
-    // Central ZIP64 extra: uncompressed, compressed, offset.
-    const std::size_t extraAt = 46 + 7 + 4;
-    for (int field : {0, 8})
-        for (int i = 0; i < 8; ++i) central[extraAt + field + i] = static_cast<char>((bigSize >> (8 * i)) & 0xFF);
-    // The checksum of the zeros is never checked here; the reader trusts sizes, not data.
-    const std::uint64_t centralOffset = head.size() + bigSize;
-    std::string tail = central;
-    auto put = [&](std::uint64_t v, int n) {
-        for (int i = 0; i < n; ++i) tail.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
-    };
-    const std::uint64_t zip64At = centralOffset + central.size();
-    put(0x06064b50, 4); put(44, 8); put(45, 2); put(45, 2); put(0, 4); put(0, 4);
-    put(1, 8); put(1, 8); put(central.size(), 8); put(centralOffset, 8);
-    put(0x07064b50, 4); put(0, 4); put(zip64At, 8); put(1, 4);
-    put(0x06054b50, 4); put(0, 2); put(0, 2); put(0xFFFF, 2); put(0xFFFF, 2); put(0xFFFFFFFF, 4); put(0xFFFFFFFF, 4); put(0, 2);
-
+    // The data is a hole that is never read: the reader trusts sizes, not data.
+    const std::string bytes = testing::buildRawZip(
+        {{.name = "big.bin", .data = "", .zip64 = true, .declaredSize = bigSize, .declaredCompressedSize = bigSize}},
+        {.zip64EndRecords = true, .gap = bigSize});
+    const std::size_t headerSize = 30 + 7 + 20;
+    const std::uint64_t centralOffset = headerSize + bigSize;
     const auto path = dir / "big.zip";
     const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY, 0644);
     ASSERT_GE(fd, 0);
-    ASSERT_EQ(::pwrite(fd, head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
-    ASSERT_EQ(::pwrite(fd, tail.data(), tail.size(), static_cast<off_t>(centralOffset)),
-              static_cast<ssize_t>(tail.size()));
+    ASSERT_EQ(::pwrite(fd, bytes.data(), headerSize, 0), static_cast<ssize_t>(headerSize));
+    ASSERT_EQ(::pwrite(fd, bytes.data() + headerSize, bytes.size() - headerSize, static_cast<off_t>(centralOffset)),
+              static_cast<ssize_t>(bytes.size() - headerSize));
     ::close(fd);
 
     {

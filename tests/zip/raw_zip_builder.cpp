@@ -2,20 +2,18 @@
 
 #include <zlib.h>
 
+#include <initializer_list>
 #include <stdexcept>
+#include <utility>
 
 namespace tavrin::testing {
 
 namespace {
 
-void u16(std::string& out, std::uint64_t v) {
-    for (int i = 0; i < 2; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
-}
-void u32(std::string& out, std::uint64_t v) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
-}
-void u64(std::string& out, std::uint64_t v) {
-    for (int i = 0; i < 8; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
+// Appends each value little-endian in the given number of bytes: put(out, {{v, 4}, {w, 2}}).
+void put(std::string& out, std::initializer_list<std::pair<std::uint64_t, int>> fields) {
+    for (const auto& [v, n] : fields)
+        for (int i = 0; i < n; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
 }
 
 }  // namespace
@@ -35,115 +33,54 @@ std::string rawDeflate(const std::string& data) {
 }
 
 std::string buildRawZip(const std::vector<RawZipEntry>& entries, const RawZipOptions& options) {
-    std::string file;
-    std::string directory;
+    constexpr std::uint64_t kEscape32 = 0xFFFFFFFF;
+    std::string file, directory;
     std::vector<std::uint64_t> offsets;
     for (const auto& e : entries) {
         const std::string stored = e.deflate ? rawDeflate(e.data) : e.data;
-        const std::uint32_t crc = e.crc.value_or(
-            static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(e.data.data()), static_cast<uInt>(e.data.size()))));
+        const std::uint32_t crc = e.crc.value_or(static_cast<std::uint32_t>(
+            crc32(0, reinterpret_cast<const Bytef*>(e.data.data()), static_cast<uInt>(e.data.size()))));
         const std::uint64_t size = e.declaredSize.value_or(e.data.size());
+        const std::uint64_t compressedSize = e.declaredCompressedSize.value_or(stored.size());
         const std::uint16_t method = e.method != 0xFFFF ? e.method : (e.deflate ? 8 : 0);
-        const std::uint16_t flags = static_cast<std::uint16_t>(e.flags | (e.dataDescriptor ? 8 : 0));
+        const std::uint64_t flags = e.flags | (e.dataDescriptor ? 8 : 0), version = e.zip64 ? 45 : 20;
         const std::uint64_t offset = file.size();
         offsets.push_back(offset);
+        const bool deferred = e.dataDescriptor;  // sizes and checksum follow the data
 
         std::string localExtra;
-        if (e.zip64) {
-            u16(localExtra, 1);
-            u16(localExtra, 16);
-            u64(localExtra, e.dataDescriptor ? 0 : size);
-            u64(localExtra, e.dataDescriptor ? 0 : stored.size());
-        }
-        u32(file, 0x04034b50);
-        u16(file, e.zip64 ? 45 : 20);
-        u16(file, flags);
-        u16(file, method);
-        u16(file, 0);
-        u16(file, 0x21);
-        u32(file, e.dataDescriptor ? 0 : crc);
-        u32(file, e.zip64 ? 0xFFFFFFFF : (e.dataDescriptor ? 0 : stored.size()));
-        u32(file, e.zip64 ? 0xFFFFFFFF : (e.dataDescriptor ? 0 : size));
-        u16(file, e.name.size());
-        u16(file, localExtra.size());
-        file += e.name;
-        file += localExtra;
-        file += stored;
-        if (e.dataDescriptor) {
-            if (e.descriptorSignature) u32(file, 0x08074b50);
-            u32(file, crc);
-            if (e.zip64) {
-                u64(file, stored.size());
-                u64(file, size);
-            } else {
-                u32(file, stored.size());
-                u32(file, size);
-            }
+        if (e.zip64) put(localExtra, {{1, 2}, {16, 2}, {deferred ? 0 : size, 8}, {deferred ? 0 : stored.size(), 8}});
+        put(file, {{0x04034b50, 4}, {version, 2}, {flags, 2}, {method, 2}, {0, 2}, {0x21, 2}, {deferred ? 0 : crc, 4},
+                   {e.zip64 ? kEscape32 : (deferred ? 0 : stored.size()), 4},
+                   {e.zip64 ? kEscape32 : (deferred ? 0 : size), 4}, {e.name.size(), 2}, {localExtra.size(), 2}});
+        file += e.name + localExtra + stored;
+        if (deferred) {
+            if (e.descriptorSignature) put(file, {{0x08074b50, 4}});
+            put(file, {{crc, 4}, {stored.size(), e.zip64 ? 8 : 4}, {size, e.zip64 ? 8 : 4}});
         }
 
-        const std::uint64_t headerOffset =
-            e.headerOffset.value_or(e.pointAtEntry ? offsets.at(*e.pointAtEntry) : offset);
-        const std::uint64_t compressedSize = e.declaredCompressedSize.value_or(stored.size());
+        const std::uint64_t headerOffset = e.headerOffset.value_or(e.pointAtEntry ? offsets.at(*e.pointAtEntry) : offset);
         std::string centralExtra;
-        if (e.zip64) {
-            u16(centralExtra, 1);
-            u16(centralExtra, 24);
-            u64(centralExtra, size);
-            u64(centralExtra, compressedSize);
-            u64(centralExtra, headerOffset);
-        }
-        u32(directory, 0x02014b50);
-        u16(directory, (3 << 8) | 45);
-        u16(directory, e.zip64 ? 45 : 20);
-        u16(directory, flags);
-        u16(directory, method);
-        u16(directory, 0);
-        u16(directory, 0x21);
-        u32(directory, crc);
-        u32(directory, e.zip64 ? 0xFFFFFFFF : compressedSize);
-        u32(directory, e.zip64 ? 0xFFFFFFFF : size);
-        u16(directory, e.name.size());
-        u16(directory, centralExtra.size());
-        u16(directory, 0);
-        u16(directory, 0);
-        u16(directory, 0);
-        u32(directory, (0100644u) << 16);
-        u32(directory, e.zip64 ? 0xFFFFFFFF : headerOffset);
-        directory += e.name;
-        directory += centralExtra;
+        if (e.zip64) put(centralExtra, {{1, 2}, {24, 2}, {size, 8}, {compressedSize, 8}, {headerOffset, 8}});
+        put(directory, {{0x02014b50, 4}, {(3 << 8) | 45, 2}, {version, 2}, {flags, 2}, {method, 2}, {0, 2}, {0x21, 2},
+                        {crc, 4}, {e.zip64 ? kEscape32 : compressedSize, 4}, {e.zip64 ? kEscape32 : size, 4},
+                        {e.name.size(), 2}, {centralExtra.size(), 2}, {0, 2}, {0, 2}, {0, 2}, {0100644u << 16, 4},
+                        {e.zip64 ? kEscape32 : headerOffset, 4}});
+        directory += e.name + centralExtra;
     }
-    const std::uint64_t directoryOffset = options.directoryOffset.value_or(file.size());
+    const std::uint64_t directoryOffset = options.directoryOffset.value_or(file.size() + options.gap);
     const std::uint64_t directorySize = options.directorySize.value_or(directory.size());
     const std::uint64_t count = options.entryCount.value_or(entries.size());
+    const std::uint64_t zip64RecordOffset = file.size() + options.gap + directory.size();
     file += directory;
-    if (options.zip64EndRecords) {
-        const std::uint64_t recordOffset = file.size();
-        u32(file, 0x06064b50);
-        u64(file, 44);
-        u16(file, 45);
-        u16(file, 45);
-        u32(file, 0);
-        u32(file, 0);
-        u64(file, count);
-        u64(file, count);
-        u64(file, directorySize);
-        u64(file, directoryOffset);
-        u32(file, 0x07064b50);
-        u32(file, 0);
-        u64(file, recordOffset);
-        u32(file, 1);
-    }
-    u32(file, 0x06054b50);
-    u16(file, 0);
-    u16(file, 0);
-    u16(file, options.zip64EndRecords ? 0xFFFF : count);
-    u16(file, options.zip64EndRecords ? 0xFFFF : count);
-    u32(file, options.zip64EndRecords ? 0xFFFFFFFF : directorySize);
-    u32(file, options.zip64EndRecords ? 0xFFFFFFFF : directoryOffset);
-    u16(file, options.comment.size());
-    file += options.comment;
-    file += options.trailing;
-    return file;
+    const bool zip64 = options.zip64EndRecords;
+    if (zip64)
+        put(file, {{0x06064b50, 4}, {44, 8}, {45, 2}, {45, 2}, {0, 4}, {0, 4}, {count, 8}, {count, 8},
+                   {directorySize, 8}, {directoryOffset, 8}, {0x07064b50, 4}, {0, 4}, {zip64RecordOffset, 8}, {1, 4}});
+    put(file, {{0x06054b50, 4}, {0, 2}, {0, 2}, {zip64 ? 0xFFFF : count, 2}, {zip64 ? 0xFFFF : count, 2},
+               {zip64 ? kEscape32 : directorySize, 4}, {zip64 ? kEscape32 : directoryOffset, 4},
+               {options.comment.size(), 2}});
+    return file + options.comment;
 }
 
 }  // namespace tavrin::testing

@@ -24,7 +24,7 @@ struct RawZipEntry {
     std::optional<std::uint64_t> declaredSize;   // overrides the uncompressed size
     std::optional<std::size_t> pointAtEntry;     // the central record points at another entry's header
     std::optional<std::uint64_t> headerOffset;   // the central record points here
-    std::optional<std::uint64_t> declaredCompressedSize;  // overrides the central compressed size
+    std::optional<std::uint64_t> declaredCompressedSize;  // overrides the compressed size
 };
 
 struct RawZipOptions {
@@ -33,7 +33,9 @@ struct RawZipOptions {
     std::optional<std::uint64_t> entryCount;     // overrides the count in the end record
     std::optional<std::uint64_t> directoryOffset;
     std::optional<std::uint64_t> directorySize;
-    std::string trailing;                        // bytes after the comment
+    // Records after the entries are placed as if this many bytes came before them, for a caller
+    // that writes them that far into a sparse file.
+    std::uint64_t gap = 0;
 };
 
 std::string buildRawZip(const std::vector<RawZipEntry>& entries, const RawZipOptions& options = {});

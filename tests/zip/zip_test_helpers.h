@@ -1,6 +1,10 @@
 #pragma once
 // Small helpers shared by the ZIP tests.
 
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,23 +14,40 @@ namespace tavrin::testing {
 
 inline std::vector<std::uint8_t> bytesOf(const std::string& text) { return {text.begin(), text.end()}; }
 
-// Everything an entry extracts to, checking the checksum.
+// The case of the ArchiveError that `body` throws, or nothing.
+inline std::optional<ArchiveError::Case> failureOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const ArchiveError& e) {
+        return e.errorCase();
+    }
+    return std::nullopt;
+}
+
+// Everything an entry extracts to, checking the checksum, and that no chunk passes the buffer size.
 inline std::string extractAll(const Archive& archive, const Entry& entry,
                               std::size_t bufferSize = Archive::defaultReadChunkSize) {
     std::string out;
-    archive.extract(entry, bufferSize, false, nullptr,
-                    [&](std::span<const std::uint8_t> chunk) { out.append(chunk.begin(), chunk.end()); });
+    const auto crc = archive.extract(entry, bufferSize, false, nullptr, [&](std::span<const std::uint8_t> chunk) {
+        EXPECT_LE(chunk.size(), bufferSize);
+        out.append(chunk.begin(), chunk.end());
+    });
+    EXPECT_EQ(crc, entry.checksum());
     return out;
 }
 
-// Adds a file entry whose data is `data`, deflated unless told otherwise.
+inline Archive::Provider providerOf(std::string data) {
+    return [data = std::move(data)](std::int64_t position, std::size_t size) {
+        return std::vector<std::uint8_t>(data.begin() + position, data.begin() + position + std::ptrdiff_t(size));
+    };
+}
+
+// Adds an entry whose data is `data`, deflated unless told otherwise.
 inline void addFile(Archive& archive, const std::string& path, const std::string& data,
-                    CompressionMethod method = CompressionMethod::deflate) {
-    archive.addEntry(path, EntryType::file, static_cast<std::int64_t>(data.size()), std::chrono::system_clock::now(),
-                     std::nullopt, method, Archive::defaultWriteChunkSize, nullptr,
-                     [&](std::int64_t position, std::size_t size) {
-                         return std::vector<std::uint8_t>(data.begin() + position, data.begin() + position + static_cast<std::ptrdiff_t>(size));
-                     });
+                    CompressionMethod method = CompressionMethod::deflate, EntryType type = EntryType::file,
+                    std::chrono::system_clock::time_point date = std::chrono::system_clock::now()) {
+    archive.addEntry(path, type, static_cast<std::int64_t>(data.size()), date, std::nullopt, method,
+                     Archive::defaultWriteChunkSize, nullptr, providerOf(data));
 }
 
 // A text that deflate cannot shrink much, so that it spans several chunks either way.
