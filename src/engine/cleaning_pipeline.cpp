@@ -4,6 +4,7 @@
 
 #include "engine/file_system.h"
 #include "engine/file_type_detector.h"
+#include "engine/pdf_module.h"
 #include "engine/pipeline_error.h"
 #include "av/av_metadata_reader.h"
 #include "av/av_metadata_writer.h"
@@ -13,8 +14,6 @@
 #include "image/image_metadata_writer.h"
 #include "office/office_metadata_reader.h"
 #include "office/office_metadata_writer.h"
-#include "pdf/pdf_metadata_reader.h"
-#include "pdf/pdf_metadata_writer.h"
 
 namespace tavrin {
 
@@ -38,14 +37,14 @@ CleaningPipeline::CleaningPipeline(const EngineConfiguration& configuration) {
 }
 
 // Every native reader and writer, in the order the system defines. Each format adds its own
-// line here; nothing registers itself.
+// line here; nothing registers itself. PDF's stand in for the module's until a PDF needs them.
 void CleaningPipeline::registerNativeComponents() {
     registerReader(std::make_shared<ImageMetadataReader>());
     registerWriter(std::make_shared<ImageMetadataWriter>());
-    registerReader(std::make_shared<PDFMetadataReader>());
+    registerReader(pdfModule::reader());
     registerReader(std::make_shared<OfficeMetadataReader>());
     registerWriter(std::make_shared<OfficeMetadataWriter>());
-    registerWriter(std::make_shared<PDFMetadataWriter>());
+    registerWriter(pdfModule::writer());
     registerReader(std::make_shared<AVMetadataReader>());
     registerWriter(std::make_shared<AVMetadataWriter>());
 }

@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "engine/file_system.h"
+#include "engine/pdf_module.h"
 #include "engine/pipeline_error.h"
 #include "engine/temporary_file.h"
-#include "pdf/pdf_password_processor.h"
 
 namespace tavrin {
 
@@ -37,13 +37,13 @@ CleaningResult TavrinEngine::runPasswordOperation(
     return result;
 }
 
-bool TavrinEngine::isPDFEncrypted(const std::filesystem::path& at) { return PDFPasswordProcessor::isEncrypted(at); }
+bool TavrinEngine::isPDFEncrypted(const std::filesystem::path& at) { return pdfModule::support().isEncrypted(at); }
 
 CleaningResult TavrinEngine::cleanEncryptedPDF(const std::filesystem::path& at, const std::string& password,
                                                const CleaningProfile& with, const PDFPasswordPolicy& policy,
                                                const std::filesystem::path& outputURL) const {
     return runPasswordOperation(at, outputURL, [&](const auto& source, const auto& staged) {
-        return PDFPasswordProcessor().cleanEncrypted(source, staged, password, with, policy);
+        return pdfModule::support().cleanEncrypted(source, staged, password, with, policy);
     });
 }
 
@@ -51,7 +51,7 @@ CleaningResult TavrinEngine::addPasswordToPDF(const std::filesystem::path& at, c
                                               const PDFPasswordPolicy& policy,
                                               const std::filesystem::path& outputURL) const {
     return runPasswordOperation(at, outputURL, [&](const auto& source, const auto& staged) {
-        return PDFPasswordProcessor().addPassword(source, staged, with, policy);
+        return pdfModule::support().addPassword(source, staged, with, policy);
     });
 }
 
@@ -59,7 +59,7 @@ CleaningResult TavrinEngine::removePasswordFromPDF(const std::filesystem::path& 
                                                    const CleaningProfile& with,
                                                    const std::filesystem::path& outputURL) const {
     return runPasswordOperation(at, outputURL, [&](const auto& source, const auto& staged) {
-        return PDFPasswordProcessor().removePassword(source, staged, password, with);
+        return pdfModule::support().removePassword(source, staged, password, with);
     });
 }
 

@@ -104,6 +104,34 @@ TEST(TavrinCommand, inspectReportsErrorsPerFile) {
     EXPECT_TRUE(entries[1].contains("error"));  // a folder is not a file
 }
 
+// qpdf and the TLS library under it are loaded only for PDFs, from the module next to the
+// program. Without the module a PDF fails with the reason and leaves nothing behind, and every
+// other format still works.
+TEST(TavrinCommand, pdfSupportIsLoadedOnlyForPDFs) {
+    const char* bin = std::getenv("TAVRIN_BIN");
+    ASSERT_NE(bin, nullptr);
+    const auto loads = [&](const std::string& program, const std::string& args) {
+        std::string log;
+        testing::runCommand("LD_DEBUG=libs " + program + " " + args + " 2>&1 >/dev/null", &log);
+        return log.find("libqpdf") != std::string::npos;
+    };
+    const std::string picture = "samples/files/diagram.png", pdf = "samples/files/quarterly-report.pdf";
+    EXPECT_FALSE(loads(bin, "inspect " + picture));
+    EXPECT_TRUE(loads(bin, "inspect " + pdf));
+
+    testing::TempDir dir;
+    std::filesystem::create_directories(dir / "bin");
+    std::filesystem::create_directories(dir / "out");
+    std::filesystem::copy_file(bin, dir / "bin" / "tavrin");
+    const std::string alone = testing::shellQuote((dir / "bin" / "tavrin").string());
+    const std::string out = " --output-dir " + testing::shellQuote((dir / "out").string()) + " ";
+    std::string text;
+    EXPECT_EQ(testing::runCommand(alone + " clean" + out + pdf + " 2>&1", &text), 1);
+    EXPECT_NE(text.find("PDF support cannot be loaded"), std::string::npos) << text;
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
+    EXPECT_EQ(testing::runCommand(alone + " clean" + out + picture + " >/dev/null 2>&1"), 0);
+}
+
 TEST(InputPaths, walksFoldersSkippingHiddenEntriesAndLinks) {
     testing::TempDir dir;
     std::filesystem::create_directories(dir / "tree/sub/deeper");
