@@ -12,21 +12,12 @@ namespace {
 using namespace testing::av;
 using R = AVMetadataReader;
 
-TEST(AVMetadataReader, resolvesKeySpacesFromIdentifierPrefixes) {
-    const std::vector<std::tuple<std::string, std::optional<std::string_view>, std::string>> cases = {
-        {"mdta/com.apple.quicktime.make", std::nullopt, "QuickTimeMetadata"},
-        {"qtud/\u00a9xyz", std::nullopt, "QuickTimeUserData"},
-        {"uiso/auth", std::nullopt, "QuickTimeUserData"},
-        {"itsk/\u00a9nam", std::nullopt, "iTunes"},
-        {"itlk/com.apple.iTunes.tool", std::nullopt, "iTunes"},
-        {"id3/TPE1", std::nullopt, "ID3"},
-        {"comn/artist", "common", "Common"},
-        {"riff/IENG", "common", "common"},
-        {"riff/IENG", std::nullopt, "AV"},
-        {"noslash", std::nullopt, "AV"},
-    };
-    for (const auto& [identifier, fallback, expected] : cases)
-        EXPECT_EQ(R::resolveKeySpaceName(identifier, fallback), expected) << identifier;
+// The key spaces of the walkers' own entries show in their tests; these are the corners.
+TEST(AVMetadataReader, resolvesKeySpacesAndKeysFromIdentifiers) {
+    EXPECT_EQ(R::resolveKeySpaceName("itlk/com.apple.iTunes.tool", std::nullopt), "iTunes");
+    EXPECT_EQ(R::resolveKeySpaceName("comn/artist", "common"), "Common");
+    EXPECT_EQ(R::resolveKeySpaceName("riff/IENG", "common"), "common");
+    EXPECT_EQ(R::resolveKeySpaceName("noslash", std::nullopt), "AV");
     EXPECT_EQ(R::keyName("mdta/com.apple/x"), "com.apple/x");
     EXPECT_EQ(R::keyName("noslash"), "noslash");
 }
@@ -43,32 +34,21 @@ TEST(AVMetadataReader, namesKeysForPeople) {
 
 TEST(AVMetadataReader, categorisesBySubstringsInTheDesignedOrder) {
     using C = MetadataCategory;
+    // The walkers' tests show the usual keys; these are the corners of the substring rules.
     const std::vector<std::tuple<std::string, std::string, C>> cases = {
-        {"com.apple.quicktime.location.ISO6709", "QuickTimeMetadata", C::location},
-        {"GPSCoordinates", "AV", C::location},
-        {"com.apple.quicktime.make", "QuickTimeMetadata", C::deviceInfo},
-        {"modeling", "AV", C::deviceInfo},
-        {"AlbumArtist", "AV", C::authorIdentity},
-        {"copyrights", "Common", C::authorIdentity},
-        {"timecode", "AV", C::timestamps},
-        {"creationDate", "Common", C::timestamps},
-        {"encoder", "AV", C::softwareInfo},
-        {"TPE1", "ID3", C::authorIdentity},
-        {"\u00a9nam", "iTunes", C::authorIdentity},
+        {"GPSCoordinates", "AV", C::location},   {"modeling", "AV", C::deviceInfo},
+        {"AlbumArtist", "AV", C::authorIdentity}, {"copyrights", "Common", C::authorIdentity},
+        {"timecode", "AV", C::timestamps},       {"encoder", "AV", C::softwareInfo},
         {"\u00a9xyz", "QuickTimeUserData", C::softwareInfo},
     };
     for (const auto& [key, space, category] : cases)
         EXPECT_EQ(R::categorizeAVMetadata(key, space), category) << key;
 }
 
-TEST(AVMetadataReader, extractsValuesByKind) {
-    EXPECT_EQ(R::extractValue(2.0), MetadataValue::integer(2));
+TEST(AVMetadataReader, extractsNumbersAsIntegersOnlyWhenIntegral) {
     EXPECT_EQ(R::extractValue(-7.0), MetadataValue::integer(-7));
     EXPECT_EQ(R::extractValue(2.5), MetadataValue::number(2.5));
     EXPECT_EQ(R::extractValue(1e300), MetadataValue::number(1e300));
-    EXPECT_EQ(R::extractValue(std::string("x")), MetadataValue::string("x"));
-    EXPECT_EQ(R::extractValue(std::vector<std::uint8_t>{1, 2}), MetadataValue::data({1, 2}));
-    EXPECT_EQ(R::extractValue(Date(std::chrono::seconds(5))), MetadataValue::date(Date(std::chrono::seconds(5))));
     EXPECT_EQ(R::extractValue(std::monostate{}), MetadataValue::null());
 }
 
@@ -87,6 +67,8 @@ TEST(AVMetadataReader, listsCommonItemsFirstOnceAndAddsTheCreationDate) {
     EXPECT_EQ(ids, (std::vector<std::string>{"ID3.TIT2", "common.IART", "ID3.TXXX:mood", "AV.IART",
                                              "AVAsset.creationDate"}));
     EXPECT_EQ(items[0].value, MetadataValue::string("Song"));
+    EXPECT_EQ(items[0].key, items[0].id);
+    EXPECT_EQ(items[0].source, MetadataSource::avFoundation);
     EXPECT_EQ(items.back().displayName, "Creation Date");
     EXPECT_EQ(items.back().category, MetadataCategory::timestamps);
     EXPECT_EQ(items.back().value, MetadataValue::date(Date(std::chrono::hours(24))));
@@ -126,16 +108,12 @@ TEST(AVMetadataReader, readsFilesOfEverySupportedTypeAndGivesAnEmptyTreeForNone)
     EXPECT_FALSE(reader.canRead(dir / "missing.mov"));
     testing::writeFile(dir / "notes.txt", "x");
     EXPECT_FALSE(reader.canRead(dir / "notes.txt"));
-}
-
-TEST(AVMetadataReader, refusesAnotherFormatUnderAnMP3Name) {
-    testing::TempDir dir;
+    // Another format under an audio name.
     testing::writeFile(dir / "song.mp3", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(64, '\0'));
     try {
-        AVMetadataReader().readMetadata(dir / "song.mp3");
-        FAIL() << "no error";
+        reader.readMetadata(dir / "song.mp3");
+        ADD_FAILURE() << "no error";
     } catch (const AVContainerError& e) {
-        EXPECT_EQ(e.errorCase(), AVContainerError::Case::unrecognisedContainer);
         EXPECT_STREQ(e.what(), "The file is not an audio or video container Tavrin can read");
     }
 }

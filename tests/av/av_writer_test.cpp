@@ -1,3 +1,5 @@
+// The passthrough writer on playable files made by the media library: every stream survives and no
+// identifying value does.
 #include <gtest/gtest.h>
 
 #include "av/av_errors.h"
@@ -14,8 +16,7 @@ using namespace testing::av;
 using W = AVMetadataWriter;
 
 // Values that every dirty fixture carries and no cleaned copy may.
-const std::vector<std::string> kDirtyValues = {"+48.8584+002.2945", "Ana Singer", "Test Phone 15", "CamApp 2.1",
-                                               "Lavf"};
+const std::vector<std::string> kDirtyValues = {"+48.8584+002.2945", "Ana Singer", "Test Phone 15", "CamApp 2.1", "Lavf"};
 
 // The QuickTime atoms a phone writes, added to a playable movie.
 std::string phoneAtoms() {
@@ -26,43 +27,25 @@ std::string phoneAtoms() {
                           {"com.apple.quicktime.creationdate", "2024-03-05T14:02:11+0100"}});
 }
 
-struct WritableCase {
-    std::string name;
-    MediaRecipe recipe;
-    bool addPhoneAtoms;
-};
-
-std::vector<WritableCase> writableCases() {
-    const std::vector<std::pair<std::string, std::string>> tags = {
-        {"artist", "Ana Singer"}, {"title", "Holiday"}, {"date", "2024-03-05"}, {"comment", "Test Phone 15"}};
-    return {
-        {"clip.mov", {"mov", true, Audio::pcm, tags}, true},
-        {"clip.mp4", {"mp4", true, Audio::mp3, tags}, true},
-        {"clip.m4v", {"mp4", true, Audio::aac, tags}, true},
-        {"song.m4a", {"ipod", false, Audio::aac, tags}, true},
-        {"song.mp3", {"mp3", false, Audio::mp3, tags}, false},
-        {"take.wav", {"wav", false, Audio::pcm, tags}, false},
-        {"take.aiff", {"aiff", false, Audio::pcm, tags}, false},
-    };
-}
-
-std::filesystem::path makeCase(const testing::TempDir& dir, const WritableCase& c) {
-    const auto path = dir / c.name;
-    makeMedia(path, c.recipe);
-    if (c.addPhoneAtoms) appendToMoov(path, phoneAtoms());
-    return path;
-}
-
 TEST(AVMetadataWriter, copiesEveryStreamAndDropsEveryTagOnAFullStrip) {
-    for (const auto& c : writableCases()) {
-        SCOPED_TRACE(c.name);
+    const Fields tags = {{"artist", "Ana Singer"}, {"title", "Holiday"}, {"date", "2024-03-05"}, {"comment", "Test Phone 15"}};
+    const std::pair<const char*, MediaRecipe> cases[] = {
+        {"clip.mov", {"mov", true, Audio::pcm, tags}},   {"clip.mp4", {"mp4", true, Audio::mp3, tags}},
+        {"clip.m4v", {"mp4", true, Audio::aac, tags}},   {"song.m4a", {"ipod", false, Audio::aac, tags}},
+        {"song.mp3", {"mp3", false, Audio::mp3, tags}},  {"take.wav", {"wav", false, Audio::pcm, tags}},
+        {"take.aiff", {"aiff", false, Audio::pcm, tags}},
+    };
+    for (const auto& [name, recipe] : cases) {
+        SCOPED_TRACE(name);
         testing::TempDir dir;
-        const auto source = makeCase(dir, c);
+        const auto source = dir / name;
+        makeMedia(source, recipe);
+        if (recipe.muxer == "mov" || recipe.muxer == "mp4" || recipe.muxer == "ipod") appendToMoov(source, phoneAtoms());
         const std::string sourceBytes = testing::readFile(source);
         const auto before = probe(source);
         ASSERT_FALSE(AVMetadataReader::loadMetadataSync(source).empty());
 
-        const auto out = dir / ("clean-" + c.name);
+        const auto out = dir / ("clean-" + std::string(name));
         const CleaningResult result = W().cleanMetadata(source, out, CleaningProfile::maximumPrivacy());
         EXPECT_FALSE(result.verifiedClean);
         EXPECT_FALSE(result.removedItems.empty());
@@ -75,9 +58,6 @@ TEST(AVMetadataWriter, copiesEveryStreamAndDropsEveryTagOnAFullStrip) {
         const auto after = probe(out);
         EXPECT_EQ(after.streams, before.streams);
         EXPECT_EQ(after.packets, before.packets);
-        for (const auto& [key, value] : after.formatTags) {
-            for (const auto& dirty : kDirtyValues) EXPECT_EQ(value.find(dirty), std::string::npos) << key << "=" << value;
-        }
         const std::string bytes = testing::readFile(out);
         for (const auto& dirty : kDirtyValues) EXPECT_EQ(bytes.find(dirty), std::string::npos) << dirty;
         for (const auto& item : AVMetadataReader::loadMetadataSync(out))
@@ -129,12 +109,10 @@ TEST(AVMetadataWriter, choosesTheModeFromTheProfile) {
     EXPECT_EQ(removed.size(), 2u);
 }
 
+// The round trip above covers the usual extensions; these are the others.
 TEST(AVMetadataWriter, mapsExtensionsToOutputTypes) {
     const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
-        {"a.mov", "mov"},  {"a.MP4", "mp4"},   {"a.m4v", "mp4"}, {"a.m4a", "ipod"}, {"a.wav", "wav"},
-        {"a.aif", "aiff"}, {"a.aiff", "aiff"}, {"a.mp3", "mp3"}, {"a.avi", std::nullopt},
-        {"a.flac", std::nullopt}, {"noext", std::nullopt},
-    };
+        {"a.MP4", "mp4"}, {"a.aif", "aiff"}, {"a.flac", std::nullopt}, {"noext", std::nullopt}};
     for (const auto& [name, muxer] : cases) EXPECT_EQ(W::avFileType(name), muxer) << name;
 }
 
@@ -166,34 +144,33 @@ TEST(AVMetadataWriter, categorisesAndNamesEntriesByIdentifierAndKey) {
 
 TEST(AVMetadataWriter, failsWithoutLeavingAFile) {
     testing::TempDir dir;
-    // An AVI reaches this writer only when called directly.
-    makeMedia(dir / "clip.avi", {"avi", true, Audio::pcm, {}});
-    try {
-        W().cleanMetadata(dir / "clip.avi", dir / "out.avi", CleaningProfile::maximumPrivacy());
-        FAIL() << "no error";
-    } catch (const PipelineError& e) {
-        EXPECT_EQ(e.errorCase(), PipelineError::Case::writeFailed);
-        EXPECT_EQ(describeError(e.underlying()), "Unsupported AV format: avi");
-    }
-    // Metadata the walkers cannot read is a read failure.
+    makeMedia(dir / "clip.avi", {"avi", true, Audio::pcm, {}});  // reaches this writer only when called directly
     testing::writeFile(dir / "broken.mov", box("ftyp", "qt  ") + be32(1u << 30) + "moov");
-    try {
-        W().cleanMetadata(dir / "broken.mov", dir / "out.mov", CleaningProfile::maximumPrivacy());
-        FAIL() << "no error";
-    } catch (const PipelineError& e) {
-        EXPECT_EQ(e.errorCase(), PipelineError::Case::readFailed);
-    }
-    // Atoms the walkers accept but that hold no media: the remux fails and leaves nothing.
+    // Atoms the walkers accept but that hold no media: the remux fails.
     testing::writeFile(dir / "empty.mov", quickTimeFile(box("udta", userDataText(cr("nam"), "x"))));
-    try {
-        W().cleanMetadata(dir / "empty.mov", dir / "out.mov", CleaningProfile::maximumPrivacy());
-        FAIL() << "no error";
-    } catch (const PipelineError& e) {
-        EXPECT_EQ(e.errorCase(), PipelineError::Case::writeFailed);
-        EXPECT_EQ(describeError(e.underlying()), "AV metadata export failed (the source has no audio or video stream)");
+    const struct {
+        const char* name;
+        PipelineError::Case error;
+        const char* underlying;  // nullptr: not compared
+    } cases[] = {
+        {"clip.avi", PipelineError::Case::writeFailed, "Unsupported AV format: avi"},
+        {"broken.mov", PipelineError::Case::readFailed, nullptr},
+        {"empty.mov", PipelineError::Case::writeFailed,
+         "AV metadata export failed (the source has no audio or video stream)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        try {
+            W().cleanMetadata(dir / c.name, dir / ("out-" + std::string(c.name)), CleaningProfile::maximumPrivacy());
+            ADD_FAILURE() << "no error";
+        } catch (const PipelineError& e) {
+            EXPECT_EQ(e.errorCase(), c.error);
+            if (c.underlying) {
+                EXPECT_EQ(describeError(e.underlying()), c.underlying);
+            }
+        }
+        EXPECT_FALSE(std::filesystem::exists(dir / ("out-" + std::string(c.name))));
     }
-    EXPECT_FALSE(std::filesystem::exists(dir / "out.mov"));
-    EXPECT_FALSE(std::filesystem::exists(dir / "out.avi"));
 }
 
 }  // namespace
