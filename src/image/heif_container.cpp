@@ -8,6 +8,7 @@
 
 #include "image/exif_metadata.h"
 #include "image/icc_profile.h"
+#include "image/iso_boxes.h"
 #include "image/xmp_metadata.h"
 
 namespace tavrin::image::heifContainer {
@@ -24,36 +25,8 @@ constexpr std::size_t maxMetadataItemSize = 64 << 20;
 // Metadata items read for all frames together; one item may describe many frames.
 constexpr std::size_t maxMetadataWork = 256 << 20;
 
-struct Box {
-    std::string type;
-    ByteSpan whole;
-    ByteSpan body;  // after the header (a full box's version and flags included)
-};
-
-// The boxes that follow one another in `d`; never descends.
-std::vector<Box> boxesIn(ByteSpan d, std::size_t& budget) {
-    std::vector<Box> out;
-    std::size_t at = 0;
-    while (at + 8 <= d.size()) {
-        enforce(budget-- > 0, Case::limitExceeded, "too many HEIF boxes");
-        std::uint64_t size = be32(d, at);
-        std::size_t header = 8;
-        if (size == 1) {
-            size = be64(d, at + 8);
-            header = 16;
-        } else if (size == 0) {
-            size = d.size() - at;
-        }
-        enforce(size >= header && size <= d.size() - at, Case::invalidStructure, "a HEIF box runs past its parent");
-        const std::string type = text(d.subspan(at + 4, 4));
-        if (type == "uuid") header += 16;
-        enforce(header <= size, Case::invalidStructure, "a HEIF box is shorter than its header");
-        out.push_back({type, d.subspan(at, static_cast<std::size_t>(size)),
-                       d.subspan(at + header, static_cast<std::size_t>(size) - header)});
-        at += static_cast<std::size_t>(size);
-    }
-    return out;
-}
+using isoBoxes::Box;
+using isoBoxes::boxesIn;
 
 const Box* child(const std::vector<Box>& boxes, std::string_view type) {
     for (const auto& b : boxes)

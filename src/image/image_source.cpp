@@ -6,6 +6,7 @@
 #include "image/exif_metadata.h"
 #include "image/gif_container.h"
 #include "image/heif_container.h"
+#include "image/iso_boxes.h"
 #include "image/jpeg_container.h"
 #include "image/png_container.h"
 #include "image/tiff_container.h"
@@ -59,33 +60,20 @@ namespace {
 // a uuid box of the movie box; they are found with a bounded walk over the ISO boxes.
 Properties readCR3Properties(ByteSpan d) {
     Properties frame;
-    std::vector<std::pair<std::size_t, std::size_t>> stack = {{0, d.size()}};  // ranges of sibling boxes
-    std::size_t visited = 0;
+    std::vector<ByteSpan> stack = {d};  // bodies whose boxes are still to be read
+    std::size_t budget = 100000;
     while (!stack.empty()) {
-        auto [at, end] = stack.back();
+        const ByteSpan level = stack.back();
         stack.pop_back();
-        while (at + 8 <= end) {
-            enforce(++visited < 100000, Case::limitExceeded, "too many boxes");
-            std::uint64_t size = be32(d, at);
-            std::size_t header = 8;
-            if (size == 1) {
-                size = be64(d, at + 8);
-                header = 16;
-            } else if (size == 0) {
-                size = end - at;
-            }
-            enforce(size >= header && size <= end - at, Case::invalidStructure, "a box runs past its parent");
-            const std::string type = text(d.subspan(at + 4, 4));
-            const ByteSpan body = d.subspan(at + header, static_cast<std::size_t>(size) - header);
-            if (type == "moov") stack.emplace_back(at + header, at + size);
-            if (type == "uuid" && body.size() > 16) stack.emplace_back(at + header + 16, at + size);
-            if (type == "CMT1" || type == "CMT2" || type == "CMT4") {
+        for (const auto& box : isoBoxes::boxesIn(level, budget)) {
+            if (box.type == "moov" || (box.type == "uuid" && !box.body.empty())) stack.push_back(box.body);
+            if (box.type == "CMT1" || box.type == "CMT2" || box.type == "CMT4") {
                 // CMT2 and CMT4 hold a bare Exif or GPS directory as their first IFD; it is read
                 // under its own tag names.
-                TiffStructure tiff = parseTiff(body, 1);
-                if (type != "CMT1") {
+                TiffStructure tiff = parseTiff(box.body, 1);
+                if (box.type != "CMT1") {
                     TiffPage page;
-                    (type == "CMT2" ? page.exif : page.gps) = std::move(tiff.pages[0].main);
+                    (box.type == "CMT2" ? page.exif : page.gps) = std::move(tiff.pages[0].main);
                     tiff.pages[0] = std::move(page);
                 }
                 Properties part;
@@ -95,7 +83,6 @@ Properties readCR3Properties(ByteSpan d) {
                     else frame.insert_or_assign(k, v);
                 }
             }
-            at += static_cast<std::size_t>(size);
         }
     }
     return frame;
