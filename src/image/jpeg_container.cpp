@@ -1,5 +1,7 @@
 #include "image/jpeg_container.h"
 
+#include <algorithm>
+
 #include <cmath>
 #include <cstring>
 
@@ -260,6 +262,25 @@ Bytes losslessStrip(ByteSpan d) {
     for (const Piece* adobe : f.adobe) append(out, d.subspan(adobe->offset, adobe->length));
     putCodedImage(out, d, l);
     return out;
+}
+
+bool sameCodedImage(ByteSpan a, ByteSpan b) {
+    try {
+        const Layout la = layout(a), lb = layout(b);
+        if (!la.complete || !lb.complete) return false;
+        const auto decoded = [](ByteSpan d, const Layout& l) {
+            std::vector<ByteSpan> out;
+            for (const auto& p : l.pieces)
+                if (p.kind != PieceKind::segment || isStructural(p.marker) || isAdobe(d, p))
+                    out.push_back(d.subspan(p.offset, p.length));
+            return out;
+        };
+        const auto pa = decoded(a, la), pb = decoded(b, lb);
+        return std::equal(pa.begin(), pa.end(), pb.begin(), pb.end(),
+                          [](ByteSpan x, ByteSpan y) { return std::equal(x.begin(), x.end(), y.begin(), y.end()); });
+    } catch (const ImageFormatError&) {
+        return false;
+    }
 }
 
 std::vector<ByteSpan> entropyCodedSegments(ByteSpan d) {

@@ -22,6 +22,11 @@ Bytes rebuild(ByteSpan jpeg, const Properties& filtered);
 // orientation, the ICC profile when its name is a generic one, and the Adobe colour segment.
 Bytes losslessStrip(ByteSpan jpeg);
 
+// True when both are complete JPEGs whose decoding depends on the same bytes: tables, frame and
+// scan headers, restart markers, the Adobe colour segment and the entropy-coded data, in the same
+// order. The metadata segments around them may differ. Never throws.
+bool sameCodedImage(ByteSpan a, ByteSpan b);
+
 // The byte range of entropy-coded data of every scan, for tests and benchmarks.
 std::vector<ByteSpan> entropyCodedSegments(ByteSpan jpeg);
 

@@ -73,6 +73,14 @@ TEST(ImageMetadataWriter, losslessJPEGKeepsEntropyCodedDataOrientationAndGeneric
     EXPECT_TRUE(out.result.remainingMetadataClasses.empty());
     EXPECT_EQ(scans(out.bytes), scans(input));
     EXPECT_EQ(jpegPixels(out.bytes), jpegPixels(input));
+    // What lets verification decode only the output: the same coded image, and nothing less.
+    EXPECT_TRUE(image::jpegContainer::sameCodedImage(input, out.bytes));
+    Bytes flipped = out.bytes;
+    const auto scan = image::jpegContainer::entropyCodedSegments(flipped).front();
+    flipped[static_cast<std::size_t>(scan.data() - flipped.data()) + scan.size() / 2] ^= 0x01;
+    EXPECT_FALSE(image::jpegContainer::sameCodedImage(input, flipped));
+    EXPECT_FALSE(image::jpegContainer::sameCodedImage(input, Bytes(out.bytes.begin(), out.bytes.end() - 2)));
+    EXPECT_FALSE(image::jpegContainer::sameCodedImage(input, encodeJPEG(16, 16)));
     for (const auto& item : out.items) EXPECT_FALSE(item.isRemovable) << item.id;
     EXPECT_TRUE(has(out.items, "TIFF.Orientation"));
     EXPECT_TRUE(has(out.items, "ImageIO.ProfileName"));
