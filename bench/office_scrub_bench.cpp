@@ -76,7 +76,9 @@ double peakResidentMB() {
 int main(int argc, char** argv) {
     const int pages = argc > 1 ? std::atoi(argv[1]) : 300;
     const int runs = argc > 2 ? std::atoi(argv[2]) : 5;
-    const std::string xml = report(pages);
+    // Exactly the size of the text, as the writer's decoded part is.
+    std::string xml = report(pages);
+    xml.shrink_to_fit();
     const double baseline = peakResidentMB();
     tavrin::CleaningProfile profile = tavrin::CleaningProfile::maximumPrivacy();
 
@@ -96,6 +98,8 @@ int main(int argc, char** argv) {
         best = std::min(best, ms);
         bestCPU = std::min(bestCPU, cpuMilliseconds() - cpuStart);
     }
+    // Before the comparison below, whose tree keeps every attribute.
+    const double scrubPeak = peakResidentMB();
     // What parsing and serialising alone cost, for comparison: a profile that removes nothing.
     double baselineBest = 1e9;
     double baselineCPU = 1e9;
@@ -112,6 +116,7 @@ int main(int argc, char** argv) {
     fmt::print("office scrub: document.xml {:.2f} MB, {} pages -> {:.2f} MB; best of {}: {:.1f} ms ({:.1f} ms processor time); peak RSS {:.1f} MB "
                "(input alone {:.1f} MB)\n",
                static_cast<double>(xml.size()) / 1e6, pages, static_cast<double>(outputSize) / 1e6, runs, best, bestCPU,
-               peakResidentMB(), baseline);
+               scrubPeak, baseline);
+    fmt::print("office scrub: peak RSS with the comparison {:.1f} MB\n", peakResidentMB());
     return 0;
 }

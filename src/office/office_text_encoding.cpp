@@ -52,8 +52,14 @@ std::string lowerCasedPrefix(const std::string& text, std::size_t count) {
 }  // namespace
 
 std::optional<std::string> OfficeTextEncoding::decodeUTF8(std::span<const std::uint8_t> data) {
+    if (!isValidUTF8(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()))) return std::nullopt;
+    return std::string(reinterpret_cast<const char*>(data.data()), data.size());
+}
+
+bool OfficeTextEncoding::isValidUTF8(std::string_view text) {
+    const auto* data = reinterpret_cast<const std::uint8_t*>(text.data());
     std::size_t i = 0;
-    const std::size_t n = data.size();
+    const std::size_t n = text.size();
     while (i < n) {
         const std::uint8_t c = data[i];
         if (c < 0x80) {
@@ -72,18 +78,18 @@ std::optional<std::string> OfficeTextEncoding::decodeUTF8(std::span<const std::u
             length = 4;
             scalar = c & 0x07;
         } else {
-            return std::nullopt;
+            return false;
         }
-        if (n - i < length) return std::nullopt;
+        if (n - i < length) return false;
         for (std::size_t k = 1; k < length; ++k) {
-            if ((data[i + k] & 0xC0) != 0x80) return std::nullopt;
+            if ((data[i + k] & 0xC0) != 0x80) return false;
             scalar = (scalar << 6) | (data[i + k] & 0x3F);
         }
         static constexpr std::uint32_t smallest[5] = {0, 0, 0x80, 0x800, 0x10000};
-        if (scalar < smallest[length] || scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) return std::nullopt;
+        if (scalar < smallest[length] || scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) return false;
         i += length;
     }
-    return std::string(reinterpret_cast<const char*>(data.data()), data.size());
+    return true;
 }
 
 std::optional<std::string> OfficeTextEncoding::decodeUTF16(std::span<const std::uint8_t> data, bool bigEndian) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace tavrin {
 
@@ -19,6 +20,8 @@ struct OfficeTextEncoding {
 
     // Strict decoders: nothing for malformed input (overlong forms, lone surrogates, …).
     static std::optional<std::string> decodeUTF8(std::span<const std::uint8_t> data);
+    // The test of decodeUTF8 alone, on text in place.
+    static bool isValidUTF8(std::string_view text);
     static std::optional<std::string> decodeUTF16(std::span<const std::uint8_t> data, bool bigEndian);
 };
 

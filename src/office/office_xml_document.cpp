@@ -82,34 +82,57 @@ bool OfficeXMLDocument::nestingDepthWithinLimit(std::string_view text) {
     }
 }
 
-std::string OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(std::string_view text) {
-    if (text.substr(0, 5) != "<?xml") return std::string(text);
+std::pair<std::string, std::size_t> OfficeXMLDocument::utf8Declaration(std::string_view text) {
+    if (text.substr(0, 5) != "<?xml") return {"", 0};
     const std::size_t declarationEnd = text.find("?>");
-    if (declarationEnd == std::string_view::npos) return std::string(text);
+    if (declarationEnd == std::string_view::npos) return {"", 0};
     std::string out;
-    out.reserve(text.size() + 8);
     std::size_t i = 0;
+    bool rewritten = false;
     while (i < declarationEnd) {
         if (const std::size_t length = encodingAttributeAt(text.substr(0, declarationEnd), i)) {
             out += "encoding=\"UTF-8\"";
             i += length;
+            rewritten = true;
         } else {
             out.push_back(text[i++]);
         }
     }
-    out.append(text.substr(declarationEnd));
+    if (!rewritten) return {"", 0};
+    return {out, declarationEnd};
+}
+
+std::string OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(std::string_view text) {
+    const auto [declaration, rest] = utf8Declaration(text);
+    std::string out;
+    out.reserve(declaration.size() + text.size() - rest);
+    out += declaration;
+    out.append(text.substr(rest));
     return out;
+}
+
+std::optional<XMLDocument> OfficeXMLDocument::parseText(std::string_view text, const XMLDocument::ParseOptions& options) {
+    if (!nestingDepthWithinLimit(text)) return std::nullopt;
+    const auto [declaration, rest] = utf8Declaration(text);
+    const std::string_view pieces[] = {declaration, text.substr(rest)};
+    try {
+        return XMLDocument(pieces, options);
+    } catch (const XMLDocumentError&) {
+        return std::nullopt;
+    }
+}
+
+bool OfficeXMLDocument::scanText(std::string_view text, const std::function<void(const XMLStartTag&)>& visit) {
+    if (!nestingDepthWithinLimit(text)) return false;
+    const auto [declaration, rest] = utf8Declaration(text);
+    const std::string_view pieces[] = {declaration, text.substr(rest)};
+    return XMLDocument::scanStartTags(pieces, visit);
 }
 
 std::optional<XMLDocument> OfficeXMLDocument::parse(std::span<const std::uint8_t> bytes) {
     const auto text = OfficeTextEncoding::decodeXML(bytes);
-    if (!text || !nestingDepthWithinLimit(*text)) return std::nullopt;
-    const std::string utf8 = rewriteEncodingDeclarationToUTF8(*text);
-    try {
-        return XMLDocument(std::span(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
-    } catch (const XMLDocumentError&) {
-        return std::nullopt;
-    }
+    if (!text) return std::nullopt;
+    return parseText(*text);
 }
 
 std::vector<std::uint8_t> OfficeXMLDocument::serialize(XMLDocument& document) {

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "office/xml_document.h"
@@ -24,8 +25,16 @@ struct OfficeXMLDocument {
     // Replaces every encoding pseudo-attribute of a leading XML declaration with
     // encoding="UTF-8"; the rest of the text is untouched.
     static std::string rewriteEncodingDeclarationToUTF8(std::string_view text);
+    // The same rewrite without copying the text: the rewritten declaration, and where the
+    // untouched rest of the text begins. ("", 0) when nothing needs rewriting.
+    static std::pair<std::string, std::size_t> utf8Declaration(std::string_view text);
     // Decode, depth gate, declaration rewrite, parse. Nothing when any step fails.
     static std::optional<XMLDocument> parse(std::span<const std::uint8_t> bytes);
+    // The steps after decoding, on text that the parser reads in place.
+    static std::optional<XMLDocument> parseText(std::string_view text, const XMLDocument::ParseOptions& options = {});
+    // The same gates and parse without a tree (XMLDocument::scanStartTags): false when a step
+    // fails, and whatever was visited must then be discarded.
+    static bool scanText(std::string_view text, const std::function<void(const XMLStartTag&)>& visit);
     // The document as UTF-8 bytes for the package.
     static std::vector<std::uint8_t> serialize(XMLDocument& document);
 };

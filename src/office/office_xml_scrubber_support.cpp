@@ -1,49 +1,26 @@
 #include "office/office_xml_scrubber_support.h"
 
-#include <cstdint>
-#include <span>
-
 #include "office/office_text_encoding.h"
 #include "office/office_xml_document.h"
 
 namespace tavrin::scrubbing {
 
-namespace {
-
-// The parser keeps an element or attribute whose prefix is not declared under its whole
-// name ("w:del"), so that no local-name test would ever see it. Such a part is refused rather
-// than passed through with its revisions unseen.
-bool usesUnboundPrefix(const XMLElement& root) {
-    bool unbound = false;
-    forEachElement(root, [&](XMLElement& element) {
-        if (unbound) return;
-        if (element.localName().find(':') != std::string::npos) unbound = true;
-        for (const auto& attribute : element.attributes())
-            if (attribute.localName().find(':') != std::string::npos) unbound = true;
-    });
-    return unbound;
+std::optional<XMLDocument> parsedPartText(std::string_view xml, const XMLDocument::ParseOptions& options) {
+    auto document = OfficeXMLDocument::parseText(xml, options);
+    if (!document) return std::nullopt;
+    document->setCharacterEncoding("UTF-8");
+    // The parser keeps an element or attribute whose prefix is not declared under its whole
+    // name ("w:del"), so that no local-name test would ever see it. Such a part is refused
+    // rather than passed through with its revisions unseen.
+    if (!document->rootElement() || document->hasUnboundPrefix()) return std::nullopt;
+    return document;
 }
 
-}  // namespace
-
-std::optional<XMLDocument> parsedPartText(std::string_view xml) {
-    if (!OfficeXMLDocument::nestingDepthWithinLimit(xml)) return std::nullopt;
-    const std::string utf8 = OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(xml);
-    try {
-        XMLDocument document(std::span(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
-        document.setCharacterEncoding("UTF-8");
-        const auto root = document.rootElement();
-        if (!root || usesUnboundPrefix(*root)) return std::nullopt;
-        return document;
-    } catch (const XMLDocumentError&) {
-        return std::nullopt;
-    }
-}
-
-std::optional<std::string> serializedPartText(XMLDocument& document) {
+std::optional<std::string> serializedPartText(XMLDocument& document, std::size_t expectedSize) {
     document.setCharacterEncoding("UTF-8");
-    const auto bytes = document.xmlData();
-    return OfficeTextEncoding::decodeUTF8(bytes);
+    std::string text = document.xmlText(expectedSize);
+    if (!OfficeTextEncoding::isValidUTF8(text)) return std::nullopt;
+    return text;
 }
 
 namespace {

@@ -12,11 +12,13 @@
 namespace tavrin::scrubbing {
 
 // Depth gate, declaration rewrite, parse, encoding set to UTF-8. Nothing when a step fails,
-// the document has no root element, or a name uses a prefix that is not declared.
-std::optional<XMLDocument> parsedPartText(std::string_view xml);
+// the document has no root element, or a name uses a prefix that is not declared. The text is
+// read in place. `options` may leave out attributes that the caller would remove anyway.
+std::optional<XMLDocument> parsedPartText(std::string_view xml, const XMLDocument::ParseOptions& options = {});
 
 // The document serialised as UTF-8, or nothing when the output is not valid UTF-8.
-std::optional<std::string> serializedPartText(XMLDocument& document);
+// `expectedSize`, the size of the text parsed, is room reserved for the output.
+std::optional<std::string> serializedPartText(XMLDocument& document, std::size_t expectedSize = 0);
 
 // The shared pre-order element walk, with the root, over parent and sibling links instead of
 // child lists: iterative, and free of allocation for the large parts the scrubbers rewrite.
@@ -24,29 +26,7 @@ std::optional<std::string> serializedPartText(XMLDocument& document);
 // honoured; `visit` must not detach the element it is given.
 template <typename Visit>
 void walkElements(const XMLElement& root, Visit&& visit) {
-    const auto nextElement = [](std::optional<XMLNode> node) -> std::optional<XMLElement> {
-        for (; node; node = node->nextSibling())
-            if (auto element = node->asElement()) return element;
-        return std::nullopt;
-    };
-    XMLElement current = root;
-    for (;;) {
-        visit(current);
-        if (auto child = nextElement(current.firstChild())) {
-            current = *child;
-            continue;
-        }
-        for (;;) {
-            if (current == root) return;
-            if (auto sibling = nextElement(current.nextSibling())) {
-                current = *sibling;
-                break;
-            }
-            auto parent = current.parent();
-            if (!parent) return;
-            current = *parent->asElement();
-        }
-    }
+    for (std::optional<XMLElement> current = root; current; current = current->nextInWalk(root)) visit(*current);
 }
 
 // Removes, during a walk, each attribute of `element` whose local name passes `doomed`.
@@ -67,9 +47,15 @@ struct WordScrubSteps {
     bool timestamps = false;
 };
 
+// Whether the word-processing path removes every attribute of this local name, wherever it
+// stands: revision ids with history, dates with timestamps, authorship with identity alone.
+bool wordAttributeRemoved(const WordScrubSteps& steps, std::string_view localName);
+
 // The whole word-processing path on a parsed tree, with the effect of the public steps in
-// their required order.
-void scrubWordTree(const XMLElement& root, const WordScrubSteps& steps, const std::set<std::string>& vanishStyleIDs);
+// their required order. `attributesDropped` says that the parse has already left out every
+// attribute that wordAttributeRemoved names.
+void scrubWordTree(const XMLElement& root, const WordScrubSteps& steps, const std::set<std::string>& vanishStyleIDs,
+                   bool attributesDropped = false);
 
 // Whether the UTF-8 text holds a character that is not white space in Unicode's sense.
 bool containsNonWhitespace(std::string_view text);

@@ -1,7 +1,9 @@
 // The operations on a parsed tree. Each walk is iterative; what a walk finds to remove is
 // collected first and removed after it, so that the walk never loses its place.
 #include <algorithm>
+#include <array>
 #include <map>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "office/office_xml_document.h"
@@ -89,6 +91,28 @@ struct HiddenText {
                 if (node.parent()) node.detach();
     }
 };
+
+// Whether `node` still stands in `root`'s subtree (the root itself included).
+bool within(const XMLNode& node, const XMLElement& root) {
+    for (std::optional<XMLNode> p = node; p; p = p->parent())
+        if (*p == root) return true;
+    return false;
+}
+
+// The node after `node` in document order, every kind of node counted, within `root`.
+std::optional<XMLNode> nextInDocument(const XMLNode& node, const XMLElement& root) {
+    if (auto child = node.firstChild()) return child;
+    for (std::optional<XMLNode> n = node; n && !(*n == root); n = n->parent())
+        if (auto sibling = n->nextSibling()) return sibling;
+    return std::nullopt;
+}
+
+// removeContentBetweenRange with the markers of `base` already found: the elements named
+// base + "Start" or base + "End", in document order. Markers no longer in the root's subtree,
+// and the root itself, are passed over. Only the nodes between paired markers are visited,
+// where listing every node of a large part would cost its whole size.
+void removeContentBetweenRangeMarkers(const XMLElement& root, std::string_view base,
+                                      const std::vector<XMLElement>& markers);
 
 // Replaces each collected wrapper by its children. Moving, not copying, keeps every handle
 // valid, so nested wrappers can be unwrapped in walk order.
@@ -222,16 +246,26 @@ OfficeXMLScrubber::RangeSpans OfficeXMLScrubber::rangeSpans(const std::vector<XM
 }
 
 void OfficeXMLScrubber::removeContentBetweenRange(const XMLElement& root, std::string_view base) {
-    // Most parts hold no such range: a walk over elements costs far less than listing every node.
     const std::string start = std::string(base) + "Start";
     const std::string end = std::string(base) + "End";
-    bool marked = false;
+    std::vector<XMLElement> markers;
     scrubbing::walkElements(root, [&](XMLElement& element) {
-        if (!marked && (element.localNameView() == start || element.localNameView() == end)) marked = true;
+        if (element.localNameView() == start || element.localNameView() == end) markers.push_back(element);
     });
-    if (!marked) return;
-    const auto nodes = documentOrderNodes(root);
-    const auto [spans, unmatched] = rangeSpans(nodes, base);
+    if (!markers.empty()) removeContentBetweenRangeMarkers(root, base, markers);
+}
+
+namespace {
+
+void removeContentBetweenRangeMarkers(const XMLElement& root, std::string_view base,
+                                      const std::vector<XMLElement>& markers) {
+    using S = OfficeXMLScrubber;
+    // The markers alone stand for the list of every node: the pairing skips all other nodes,
+    // and the nodes between a pair are found by stepping from one marker to the other.
+    std::vector<XMLNode> nodes;
+    for (const auto& marker : markers)
+        if (!(marker == root) && within(marker, root)) nodes.push_back(marker);
+    const auto [spans, unmatched] = S::rangeSpans(nodes, base);
     if (spans.empty() && unmatched.empty()) return;
     NodeSet chosen;
     std::vector<XMLNode> doomed;
@@ -241,12 +275,12 @@ void OfficeXMLScrubber::removeContentBetweenRange(const XMLElement& root, std::s
     for (const auto& [s, e] : spans) {
         if (s >= e) continue;
         // The containers of the end marker survive, with what follows the marker.
-        const auto kept = ancestors(nodes[e]);
+        const auto kept = S::ancestors(nodes[e]);
         const NodeSet keep(kept.begin(), kept.end());
         add(nodes[s]);
         add(nodes[e]);
-        for (std::size_t i = s + 1; i < e; ++i)
-            if (!keep.count(nodes[i])) add(nodes[i]);
+        for (auto node = nextInDocument(nodes[s], root); node && !(*node == nodes[e]); node = nextInDocument(*node, root))
+            if (!keep.count(*node)) add(*node);
     }
     for (std::size_t index : unmatched) add(nodes[index]);
     std::vector<std::pair<std::size_t, XMLNode>> byDepth;
@@ -256,6 +290,8 @@ void OfficeXMLScrubber::removeContentBetweenRange(const XMLElement& root, std::s
     for (auto& [level, node] : byDepth)
         if (node.parent()) node.detach();
 }
+
+}  // namespace
 
 void OfficeXMLScrubber::removeElements(const XMLElement& root, const NameSet& localNames) {
     std::vector<XMLElement> doomed;
@@ -307,62 +343,110 @@ std::vector<XMLNode> OfficeXMLScrubber::ancestors(const XMLNode& of) {
 
 namespace tavrin::scrubbing {
 
-// The steps of the word-processing path with walks merged where the result cannot differ:
-// attribute edits commute with removals and moves, and removals that follow each other with
-// nothing between them remove the same nodes in one walk as in several. Hidden text is judged
-// only after old formatting snapshots are gone, so that a run whose former formatting hid it
-// stays.
-void scrubWordTree(const XMLElement& root, const WordScrubSteps& steps, const std::set<std::string>& vanishStyleIDs) {
+namespace {
+
+// What the word-processing path does with an element, by its local name.
+enum Role : unsigned {
+    rsidTable = 1u << 0,
+    lastModifiedByText = 1u << 1,
+    moveFromRangeMarker = 1u << 2,
+    customMoveFromRangeMarker = 1u << 3,
+    droppedContent = 1u << 4,
+    wrapper = 1u << 5,
+    revisionMarker = 1u << 6,  // revision property snapshots and range markers
+    commentAnchor = 1u << 7,
+    vanishMarker = 1u << 8,
+    runOrParagraph = 1u << 9,
+};
+
+unsigned roleOf(std::string_view name) {
     using S = OfficeXMLScrubber;
-    const bool stripAuthorship = steps.identity && !steps.history;
-    std::vector<XMLElement> rsidTables;
-    std::vector<XMLElement> lastModifiedBy;
-    bool moves = false;
+    static const std::unordered_map<std::string_view, unsigned> roles = [] {
+        std::unordered_map<std::string_view, unsigned> table;
+        const auto add = [&](const auto& names, unsigned role) {
+            for (const auto& n : names) table[std::string_view(n)] |= role;
+        };
+        add(std::array<std::string_view, 2>{"rsids", "rsid"}, rsidTable);
+        add(std::array<std::string_view, 1>{"lastModifiedBy"}, lastModifiedByText);
+        add(std::array<std::string_view, 2>{"moveFromRangeStart", "moveFromRangeEnd"}, moveFromRangeMarker);
+        add(std::array<std::string_view, 2>{"customXmlMoveFromRangeStart", "customXmlMoveFromRangeEnd"},
+            customMoveFromRangeMarker);
+        add(S::droppedContentMarkers(), droppedContent);
+        add(S::unwrappedMarkers(), wrapper);
+        add(S::revisionPropertyMarkers(), revisionMarker);
+        add(S::rangeMarkerNames(), revisionMarker);
+        add(S::commentReferenceElementNames(), commentAnchor);
+        add(std::array<std::string_view, 2>{"vanish", "specVanish"}, vanishMarker);
+        add(std::array<std::string_view, 2>{"r", "p"}, runOrParagraph);
+        return table;
+    }();
+    const auto found = roles.find(name);
+    return found == roles.end() ? 0u : found->second;
+}
+
+}  // namespace
+
+bool wordAttributeRemoved(const WordScrubSteps& steps, std::string_view name) {
+    using S = OfficeXMLScrubber;
+    return (steps.history && name.substr(0, 4) == "rsid") ||
+           (steps.identity && !steps.history && S::authorshipAttributeNames().count(name)) ||
+           (steps.timestamps && S::timestampAttributeNames().count(name));
+}
+
+// The steps of the word-processing path with one walk that collects, and the edits applied
+// after it in the required order. Collecting everything up front gives the same tree as a walk
+// per step: later steps only remove or move what earlier ones left, an element collected inside
+// a subtree that an earlier step removed is then edited where no one sees it, and tests that
+// depend on the tree (the run a marker hides, the style a run carries, whether a marker is
+// still there) are made when their step comes. Hidden text is judged only after old
+// formatting snapshots are gone, so that a run whose former formatting hid it stays.
+void scrubWordTree(const XMLElement& root, const WordScrubSteps& steps, const std::set<std::string>& vanishStyleIDs,
+                   bool attributesDropped) {
+    const bool stripAttributes = !attributesDropped && (steps.history || steps.identity || steps.timestamps);
+    const bool styles = steps.comments && !vanishStyleIDs.empty();
+    const bool rootIsWrapper = (roleOf(root.localNameView()) & wrapper) != 0;
+    unsigned wanted = 0;
+    if (steps.history) wanted |= rsidTable | moveFromRangeMarker | customMoveFromRangeMarker | droppedContent | wrapper | revisionMarker;
+    if (steps.identity) wanted |= lastModifiedByText;
+    if (steps.comments) wanted |= commentAnchor | vanishMarker;
+    if (styles) wanted |= runOrParagraph;
+
+    std::vector<XMLElement> rsidTables, lastModifiedBy, dropped, wrappers, doomed, markers, styleCandidates;
+    std::vector<XMLElement> moveFromRanges, customMoveFromRanges;
     walkElements(root, [&](XMLElement& element) {
-        removeAttributes(element, [&](std::string_view name) {
-            return (steps.history && name.substr(0, 4) == "rsid") ||
-                   (stripAuthorship && S::authorshipAttributeNames().count(name)) ||
-                   (steps.timestamps && S::timestampAttributeNames().count(name));
-        });
-        const std::string_view name = element.localNameView();
-        if (steps.history && (name == "rsids" || name == "rsid")) rsidTables.push_back(element);
-        else if (steps.identity && name == "lastModifiedBy") lastModifiedBy.push_back(element);
-        else if (steps.history && S::rangeMarkerNames().count(name)) moves = true;
+        if (stripAttributes)
+            removeAttributes(element, [&](std::string_view name) { return wordAttributeRemoved(steps, name); });
+        const unsigned role = roleOf(element.localNameView()) & wanted;
+        if (!role) return;
+        if (role & rsidTable) rsidTables.push_back(element);
+        else if (role & lastModifiedByText) lastModifiedBy.push_back(element);
+        if (role & moveFromRangeMarker) moveFromRanges.push_back(element);
+        if (role & customMoveFromRangeMarker) customMoveFromRanges.push_back(element);
+        if (role & droppedContent) dropped.push_back(element);
+        else if ((role & wrapper) && !rootIsWrapper) wrappers.push_back(element);
+        if (role & (revisionMarker | commentAnchor)) doomed.push_back(element);
+        if (role & vanishMarker) markers.push_back(element);
+        if (role & runOrParagraph) styleCandidates.push_back(element);
     });
     for (auto& table : rsidTables) table.detach();
     for (auto& element : lastModifiedBy) element.setStringValue("");
 
     if (steps.history) {
-        if (moves)
-            for (const auto& base : S::contentBearingRangeBases()) S::removeContentBetweenRange(root, base);
-        std::vector<XMLElement> dropped;
-        std::vector<XMLElement> wrappers;
-        const bool rootIsWrapper = S::unwrappedMarkers().count(root.localNameView()) != 0;
-        walkElements(root, [&](XMLElement& element) {
-            const std::string_view name = element.localNameView();
-            if (S::droppedContentMarkers().count(name)) dropped.push_back(element);
-            else if (!rootIsWrapper && S::unwrappedMarkers().count(name)) wrappers.push_back(element);
-        });
+        // In the order of the base names, as acceptTrackedChanges takes them.
+        if (!customMoveFromRanges.empty())
+            removeContentBetweenRangeMarkers(root, "customXmlMoveFromRange", customMoveFromRanges);
+        if (!moveFromRanges.empty()) removeContentBetweenRangeMarkers(root, "moveFromRange", moveFromRanges);
         for (auto& element : dropped) element.detach();
         unwrapCollected(wrappers);
     }
-    if (steps.history || steps.comments) {
-        std::vector<XMLElement> doomed;
-        walkElements(root, [&](XMLElement& element) {
-            const std::string_view name = element.localNameView();
-            if ((steps.history && (S::revisionPropertyMarkers().count(name) || S::rangeMarkerNames().count(name))) ||
-                (steps.comments && S::commentReferenceElementNames().count(name)))
-                doomed.push_back(element);
-        });
-        for (auto& element : doomed) element.detach();
-    }
+    for (auto& element : doomed) element.detach();
     if (steps.comments) {
         HiddenText hidden;
         std::vector<XMLNode> styled;
-        walkElements(root, [&](XMLElement& element) {
-            hidden.collect(element);
-            if (!vanishStyleIDs.empty() && carriesHidingStyle(element, vanishStyleIDs)) styled.push_back(element);
-        });
+        for (const auto& marker : markers)
+            if (within(marker, root)) hidden.collect(marker);
+        for (const auto& element : styleCandidates)
+            if (within(element, root) && carriesHidingStyle(element, vanishStyleIDs)) styled.push_back(element);
         hidden.apply();
         for (auto& node : styled)
             if (node.parent()) node.detach();

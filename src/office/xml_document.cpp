@@ -1,12 +1,17 @@
 #include "office/xml_document.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
+#include <libxml/xmlsave.h>
 #include <libxml/xpath.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
 #include <mutex>
+#include <unordered_set>
 
 namespace tavrin {
 
@@ -26,15 +31,121 @@ void initializeLibrary() {
 // Errors are collected in the context, never printed.
 void ignoreError(void*, xmlErrorPtr) {}
 
+// Never XML_PARSE_RECOVER (malformed input must fail) or XML_PARSE_NOENT (no entity
+// expansion); XML_PARSE_HUGE lifts libxml2's own depth cap, since our gate runs first.
+// XML_PARSE_COMPACT keeps short texts inside their nodes; the tree code of libxml2 knows such
+// nodes, and ours never reaches into a text node's fields.
+constexpr int parseOptions = XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_COMPACT;
+
 struct ParseState {
     bool sawDocumentType = false;
+    bool unboundPrefix = false;
+    const std::function<bool(std::string_view)>* dropAttribute = nullptr;
+    std::vector<const xmlChar*> keptAttributes;  // scratch for a filtered attribute list
+    // For a scan without a tree.
+    const std::function<void(const XMLStartTag&)>* visit = nullptr;
+    std::size_t depth = 0;
+    std::exception_ptr failure;
 };
+
+ParseState& stateOf(void* context) {
+    return *static_cast<ParseState*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+}
 
 // A DOCTYPE is where entities are declared; refusing it ends every entity attack at once.
 void refuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
-    auto* parser = static_cast<xmlParserCtxtPtr>(context);
-    static_cast<ParseState*>(parser->_private)->sawDocumentType = true;
-    xmlStopParser(parser);
+    stateOf(context).sawDocumentType = true;
+    xmlStopParser(static_cast<xmlParserCtxtPtr>(context));
+}
+
+// The parser hands a name whose prefix is not declared with the prefix and no namespace, or,
+// for an unparsable qualified name, with a colon left in the local name.
+bool unbound(const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri) {
+    return (prefix && !uri) || std::strchr(reinterpret_cast<const char*>(localName), ':');
+}
+
+// The tree builder's own start-tag handler, behind a note of unbound prefixes and the
+// attribute filter of the parse options.
+void startElement(void* context, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri, int namespaceCount,
+                  const xmlChar** namespaces, int attributeCount, int defaultedCount, const xmlChar** attributes) {
+    ParseState& state = stateOf(context);
+    if (unbound(localName, prefix, uri)) state.unboundPrefix = true;
+    bool dropsAny = false;
+    const auto dropped = [&](const xmlChar** attribute) {
+        if (unbound(attribute[0], attribute[1], attribute[2])) {
+            state.unboundPrefix = true;
+            return false;
+        }
+        return state.dropAttribute && (*state.dropAttribute)(reinterpret_cast<const char*>(attribute[0]));
+    };
+    for (int i = 0; i < attributeCount; ++i) dropsAny = dropped(attributes + 5 * i) || dropsAny;
+    if (!dropsAny) {
+        xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
+                              attributes);
+        return;
+    }
+    state.keptAttributes.clear();
+    int keptDefaulted = 0;
+    for (int i = 0; i < attributeCount; ++i) {
+        const xmlChar** attribute = attributes + 5 * i;
+        if (dropped(attribute)) continue;
+        state.keptAttributes.insert(state.keptAttributes.end(), attribute, attribute + 5);
+        // Defaulted attributes (from a document type, which is refused anyway) come last.
+        if (i >= attributeCount - defaultedCount) ++keptDefaulted;
+    }
+    xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces,
+                          static_cast<int>(state.keptAttributes.size() / 5), keptDefaulted, state.keptAttributes.data());
+}
+
+// Feeds the parser from pieces of text that stay where they are.
+struct PieceReader {
+    std::span<const std::string_view> pieces;
+    std::size_t piece = 0;
+    std::size_t offset = 0;
+};
+
+int readPieces(void* context, char* buffer, int length) {
+    auto& reader = *static_cast<PieceReader*>(context);
+    std::size_t written = 0;
+    const auto wanted = static_cast<std::size_t>(std::max(length, 0));
+    while (written < wanted && reader.piece < reader.pieces.size()) {
+        const std::string_view piece = reader.pieces[reader.piece];
+        const std::size_t n = std::min(wanted - written, piece.size() - reader.offset);
+        std::memcpy(buffer + written, piece.data() + reader.offset, n);
+        written += n;
+        reader.offset += n;
+        if (reader.offset == piece.size()) {
+            ++reader.piece;
+            reader.offset = 0;
+        }
+    }
+    return static_cast<int>(written);
+}
+
+// A parser over `reader` with our error handling, document type refusal and options; the
+// state is attached for the handlers.
+xmlParserCtxtPtr newParser(PieceReader& reader, ParseState& state) {
+    xmlParserCtxtPtr parser = xmlCreateIOParserCtxt(nullptr, nullptr, readPieces, nullptr, &reader, XML_CHAR_ENCODING_NONE);
+    if (!parser) throw XMLDocumentError(XMLDocumentError::Case::malformedDocument, "the parser could not be made");
+    parser->_private = &state;
+    parser->sax->serror = ignoreError;
+    parser->sax->internalSubset = refuseDocumentType;
+    xmlCtxtUseOptions(parser, parseOptions);
+    return parser;
+}
+
+std::string parserReason(xmlParserCtxtPtr parser) {
+    std::string reason;
+    if (const xmlError* error = xmlCtxtGetLastError(parser); error && error->message) reason = error->message;
+    while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
+    return reason;
+}
+
+void scanStartElement(void* context, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri, int, const xmlChar**,
+                      int attributeCount, int, const xmlChar** attributes);
+void scanEndElement(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
+    ParseState& state = stateOf(context);
+    if (state.depth > 0) --state.depth;
 }
 
 std::string qualifiedName(const xmlNode* node) {
@@ -147,15 +258,12 @@ XMLDocument::XMLDocument(std::span<const std::uint8_t> data) {
     parser->_private = &state;
     parser->sax->serror = ignoreError;
     parser->sax->internalSubset = refuseDocumentType;
-    // Never XML_PARSE_RECOVER (malformed input must fail) or XML_PARSE_NOENT (no entity
-    // expansion); XML_PARSE_HUGE lifts libxml2's own depth cap, since our gate runs first.
-    xmlCtxtUseOptions(parser, XML_PARSE_NONET | XML_PARSE_HUGE);
+    parser->sax->startElementNs = startElement;
+    xmlCtxtUseOptions(parser, parseOptions);
     xmlParseDocument(parser);
     xmlDoc* doc = parser->myDoc;
     const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType;
-    std::string reason;
-    if (const xmlError* error = xmlCtxtGetLastError(parser); error && error->message) reason = error->message;
-    while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
+    const std::string reason = parserReason(parser);
     xmlFreeParserCtxt(parser);
     if (!wellFormed || !doc) {
         if (doc) xmlFreeDoc(doc);
@@ -164,11 +272,61 @@ XMLDocument::XMLDocument(std::span<const std::uint8_t> data) {
     }
     doc_ = doc;
     doc_->_private = this;
+    unboundPrefix_ = state.unboundPrefix;
+}
+
+XMLDocument::XMLDocument(std::span<const std::string_view> pieces, const ParseOptions& options) {
+    initializeLibrary();
+    PieceReader reader{pieces};
+    ParseState state;
+    if (options.dropAttribute) state.dropAttribute = &options.dropAttribute;
+    xmlParserCtxtPtr parser = newParser(reader, state);
+    parser->sax->startElementNs = startElement;
+    xmlParseDocument(parser);
+    xmlDoc* doc = parser->myDoc;
+    const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType;
+    const std::string reason = parserReason(parser);
+    xmlFreeParserCtxt(parser);
+    if (!wellFormed || !doc) {
+        if (doc) xmlFreeDoc(doc);
+        if (state.sawDocumentType) throw XMLDocumentError(Case::documentTypeNotAllowed);
+        throw XMLDocumentError(Case::malformedDocument, reason.empty() ? "not well-formed" : reason);
+    }
+    doc_ = doc;
+    doc_->_private = this;
+    unboundPrefix_ = state.unboundPrefix;
+}
+
+bool XMLDocument::scanStartTags(std::span<const std::string_view> pieces,
+                                const std::function<void(const XMLStartTag&)>& visit) {
+    initializeLibrary();
+    PieceReader reader{pieces};
+    ParseState state;
+    state.visit = &visit;
+    xmlParserCtxtPtr parser = newParser(reader, state);
+    // No tree: only the start and end of elements are heard, and the refusals above.
+    xmlSAXHandler* sax = parser->sax;
+    const auto serror = sax->serror;
+    const auto internalSubset = sax->internalSubset;
+    std::memset(sax, 0, sizeof(xmlSAXHandler));
+    sax->initialized = XML_SAX2_MAGIC;
+    sax->serror = serror;
+    sax->internalSubset = internalSubset;
+    sax->startElementNs = scanStartElement;
+    sax->endElementNs = scanEndElement;
+    xmlParseDocument(parser);
+    const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType && !state.failure;
+    if (parser->myDoc) xmlFreeDoc(parser->myDoc);
+    xmlFreeParserCtxt(parser);
+    if (state.failure) std::rethrow_exception(state.failure);
+    return wellFormed;
 }
 
 void XMLDocument::release() {
     if (!doc_) return;
     // Free the detached subtrees that were not inserted again; all nodes are still alive here.
+    std::sort(detached_.begin(), detached_.end());
+    detached_.erase(std::unique(detached_.begin(), detached_.end()), detached_.end());
     std::vector<xmlNode*> roots;
     for (xmlNode* node : detached_)
         if (node->parent == nullptr) roots.push_back(node);
@@ -180,7 +338,8 @@ void XMLDocument::release() {
 
 XMLDocument::~XMLDocument() { release(); }
 
-XMLDocument::XMLDocument(XMLDocument&& other) noexcept : doc_(other.doc_), detached_(std::move(other.detached_)) {
+XMLDocument::XMLDocument(XMLDocument&& other) noexcept
+    : doc_(other.doc_), detached_(std::move(other.detached_)), unboundPrefix_(other.unboundPrefix_) {
     other.doc_ = nullptr;
     other.detached_.clear();
     if (doc_) doc_->_private = this;
@@ -191,6 +350,7 @@ XMLDocument& XMLDocument::operator=(XMLDocument&& other) noexcept {
         release();
         doc_ = other.doc_;
         detached_ = std::move(other.detached_);
+        unboundPrefix_ = other.unboundPrefix_;
         other.doc_ = nullptr;
         other.detached_.clear();
         if (doc_) doc_->_private = this;
@@ -200,7 +360,7 @@ XMLDocument& XMLDocument::operator=(XMLDocument&& other) noexcept {
 
 XMLDocument& XMLDocument::owner(xmlNode* node) { return *static_cast<XMLDocument*>(node->doc->_private); }
 
-void XMLDocument::keepDetached(xmlNode* node) { detached_.insert(node); }
+void XMLDocument::keepDetached(xmlNode* node) { detached_.push_back(node); }
 
 std::optional<XMLElement> XMLDocument::rootElement() const {
     xmlNode* root = xmlDocGetRootElement(doc_);
@@ -220,6 +380,33 @@ std::vector<std::uint8_t> XMLDocument::xmlData() const {
     std::vector<std::uint8_t> bytes(memory, memory + (memory ? size : 0));
     xmlFree(memory);
     return bytes;
+}
+
+namespace {
+
+int appendToString(void* context, const char* buffer, int length) {
+    try {
+        static_cast<std::string*>(context)->append(buffer, static_cast<std::size_t>(std::max(length, 0)));
+        return length;
+    } catch (...) {
+        return -1;
+    }
+}
+
+}  // namespace
+
+std::string XMLDocument::xmlText(std::size_t expectedSize) const {
+    // The serialiser of xmlData with the same encoding and options, writing through a small
+    // buffer into the string instead of building the whole text in memory twice.
+    std::string text;
+    text.reserve(expectedSize);
+    xmlSaveCtxtPtr save = xmlSaveToIO(appendToString, nullptr, &text, reinterpret_cast<const char*>(doc_->encoding),
+                                      XML_SAVE_AS_XML);
+    if (!save) throw XMLDocumentError(Case::invalidEdit, "the document could not be written");
+    const long written = xmlSaveDoc(save, doc_);
+    const int closed = xmlSaveClose(save);
+    if (written < 0 || closed < 0) throw XMLDocumentError(Case::invalidEdit, "the document could not be written");
+    return text;
 }
 
 XMLElement XMLDocument::createElement(std::string_view name) {
@@ -427,5 +614,108 @@ void XMLElement::removeChild(std::size_t index) {
     if (!child) throw XMLDocumentError(Case::invalidEdit, "index out of range");
     XMLNode(child).detach();
 }
+
+namespace {
+
+xmlNode* firstElementFrom(xmlNode* node) {
+    while (node && node->type != XML_ELEMENT_NODE) node = node->next;
+    return node;
+}
+
+}  // namespace
+
+std::optional<XMLElement> XMLElement::nextInWalk(const XMLElement& root) const {
+    if (xmlNode* child = firstElementFrom(node_->children)) return XMLElement(child);
+    for (xmlNode* node = node_; node != root.node_; node = node->parent) {
+        if (xmlNode* sibling = firstElementFrom(node->next)) return XMLElement(sibling);
+        if (!node->parent || node->parent->type != XML_ELEMENT_NODE) return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+// MARK: XMLStartTag
+
+namespace {
+
+std::string_view view(const xmlChar* text) { return text ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view(); }
+
+}  // namespace
+
+std::string XMLStartTag::attributeLocalName(std::size_t index) const {
+    const xmlChar** attribute = attributes_ + 5 * index;
+    // An unbound prefix stays in the name, as the tree keeps it.
+    if (attribute[1] && !attribute[2]) return attributeName(index);
+    return std::string(view(attribute[0]));
+}
+
+std::string XMLStartTag::attributeName(std::size_t index) const {
+    const xmlChar** attribute = attributes_ + 5 * index;
+    if (attribute[1]) return std::string(view(attribute[1])) + ":" + std::string(view(attribute[0]));
+    return std::string(view(attribute[0]));
+}
+
+std::string_view XMLStartTag::attributeURI(std::size_t index) const {
+    return view(attributes_[5 * index + 2]);
+}
+
+std::string XMLStartTag::attributeValue(std::size_t index) const {
+    const xmlChar** attribute = attributes_ + 5 * index;
+    const std::string_view raw(reinterpret_cast<const char*>(attribute[3]), static_cast<std::size_t>(attribute[4] - attribute[3]));
+    // The parser has replaced every reference but those that stand for "&", which it hands on
+    // as "&#38;" for the tree builder to resolve; nothing else in a value starts with "&".
+    static constexpr std::string_view ampersand = "&#38;";
+    std::string value;
+    value.reserve(raw.size());
+    for (std::size_t i = 0; i < raw.size();) {
+        if (raw.compare(i, ampersand.size(), ampersand) == 0) {
+            value.push_back('&');
+            i += ampersand.size();
+        } else {
+            value.push_back(raw[i++]);
+        }
+    }
+    return value;
+}
+
+std::optional<std::string> XMLStartTag::attributeValue(std::string_view localName) const {
+    for (std::size_t i = 0; i < attributeCount_; ++i) {
+        const xmlChar** attribute = attributes_ + 5 * i;
+        const bool isUnbound = attribute[1] && !attribute[2];
+        const bool matches = isUnbound ? attributeName(i) == localName : view(attribute[0]) == localName;
+        if (matches) return attributeValue(i);
+    }
+    return std::nullopt;
+}
+
+struct XMLStartTagAccess {
+    static XMLStartTag make(const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri, std::size_t depth,
+                            int attributeCount, const xmlChar** attributes) {
+        XMLStartTag tag;
+        tag.localName_ = view(localName);
+        if (prefix && !uri) tag.unboundName_ = std::string(view(prefix)) + ":" + std::string(view(localName));
+        tag.depth_ = depth;
+        tag.attributeCount_ = static_cast<std::size_t>(std::max(attributeCount, 0));
+        tag.attributes_ = attributes;
+        return tag;
+    }
+};
+
+namespace {
+
+void scanStartElement(void* context, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri, int,
+                      const xmlChar**, int attributeCount, int, const xmlChar** attributes) {
+    ParseState& state = stateOf(context);
+    if (state.failure) return;
+    const std::size_t depth = state.depth++;
+    try {
+        (*state.visit)(XMLStartTagAccess::make(localName, prefix, uri, depth, attributeCount, attributes));
+    } catch (...) {
+        // The visitor's error reaches the caller once the parser has been released.
+        state.failure = std::current_exception();
+        xmlStopParser(static_cast<xmlParserCtxtPtr>(context));
+    }
+}
+
+}  // namespace
 
 }  // namespace tavrin

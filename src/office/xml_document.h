@@ -7,7 +7,8 @@
 // Parsing never recovers from malformed input, never fetches from the network and never
 // expands entities: a document with a DOCTYPE is refused outright (OOXML parts carry none),
 // which also defeats entity bombs. Depth is not limited here; callers run the nesting gate
-// of OfficeXMLDocument first.
+// of OfficeXMLDocument first. Short texts are kept inside their nodes, which spares an
+// allocation for most attribute values of a large part.
 //
 // Node handles are cheap, non-owning views; they stay valid as long as their document lives,
 // detached nodes included (the document frees those at its end). A document is not safe to
@@ -20,7 +21,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 struct _xmlDoc;
@@ -108,16 +108,60 @@ public:
     void insertChild(const XMLNode& child, std::size_t index);
     void removeChild(std::size_t index);
 
+    // The element after this one in a pre-order walk of `root`'s subtree, or nothing at the
+    // end. It reads this element's children when called, so a walk that edits an element's
+    // own children before stepping on follows the edited children. One step of the walks over
+    // large parts; this element must still stand in `root`'s subtree.
+    std::optional<XMLElement> nextInWalk(const XMLElement& root) const;
+
 private:
     friend class XMLNode;
     friend class XMLDocument;
     explicit XMLElement(_xmlNode* node) : XMLNode(node) {}
 };
 
+// One start tag as a tree-less scan meets it (XMLDocument::scanStartTags). Names are given as
+// the tree would give them: an element or attribute whose prefix no declaration binds keeps
+// its whole qualified name as its local name. Valid only during the visit.
+class XMLStartTag {
+public:
+    std::string_view localName() const { return unboundName_.empty() ? localName_ : std::string_view(unboundName_); }
+    // 0 for the root element.
+    std::size_t depth() const { return depth_; }
+    std::size_t attributeCount() const { return attributeCount_; }
+    std::string attributeLocalName(std::size_t index) const;
+    // Qualified, as written ("r:id").
+    std::string attributeName(std::size_t index) const;
+    std::string_view attributeURI(std::size_t index) const;
+    // The value as the tree's stringValue gives it.
+    std::string attributeValue(std::size_t index) const;
+    // The value of the first attribute with this local name, whatever its prefix.
+    std::optional<std::string> attributeValue(std::string_view localName) const;
+
+private:
+    friend struct XMLStartTagAccess;
+    std::string_view localName_;
+    std::size_t depth_ = 0;
+    std::size_t attributeCount_ = 0;
+    const unsigned char** attributes_ = nullptr;  // five pointers per attribute, as the parser hands them
+    std::string unboundName_;                      // storage of a local name with an unbound prefix
+};
+
 class XMLDocument {
 public:
+    struct ParseOptions {
+        // Attributes whose local name passes this test are left out of the tree, with the same
+        // result as removing them from every element right after the parse. Attributes whose
+        // prefix no declaration binds are always kept.
+        std::function<bool(std::string_view localName)> dropAttribute;
+    };
+
     // Parses `data`. Throws XMLDocumentError for malformed XML or a document type declaration.
     explicit XMLDocument(std::span<const std::uint8_t> data);
+    // Parses the concatenation of `pieces` (a rewritten declaration and the rest of a part, for
+    // instance) where they lie: the parser reads them a little at a time, so that no copy of
+    // a large part is made. Throws like the constructor above.
+    XMLDocument(std::span<const std::string_view> pieces, const ParseOptions& options);
     ~XMLDocument();
     XMLDocument(XMLDocument&& other) noexcept;
     XMLDocument& operator=(XMLDocument&& other) noexcept;
@@ -128,6 +172,21 @@ public:
     void setCharacterEncoding(std::string_view encoding);
     // The document as bytes, in its character encoding, with an XML declaration.
     std::vector<std::uint8_t> xmlData() const;
+    // The same bytes written straight into a string, without intermediate buffers of the
+    // document's size. `expectedSize` is reserved up front, to spare a large text its growth.
+    std::string xmlText(std::size_t expectedSize = 0) const;
+
+    // Whether an element or attribute name carries a prefix that no declaration binds. The
+    // parser keeps such a name whole ("w:del") as the local name, so that no local-name test
+    // would see it.
+    bool hasUnboundPrefix() const { return unboundPrefix_; }
+
+    // Parses `pieces` as the constructor does, with the same refusals, but builds no tree:
+    // `visit` is called with each start tag in document order. False when the text is not
+    // well-formed or declares a document type; whatever was visited must then be discarded.
+    // For reading a few facts out of a large part at a fraction of the cost of a tree.
+    static bool scanStartTags(std::span<const std::string_view> pieces,
+                              const std::function<void(const XMLStartTag&)>& visit);
 
     // New, detached nodes of this document, to be inserted with addChild or insertChild.
     // `name` may carry a prefix declared where the element will be inserted.
@@ -142,7 +201,9 @@ private:
     void release();
 
     _xmlDoc* doc_ = nullptr;
-    std::unordered_set<_xmlNode*> detached_;
+    // Every node ever detached, duplicates included; release frees those still detached.
+    std::vector<_xmlNode*> detached_;
+    bool unboundPrefix_ = false;
 };
 
 }  // namespace tavrin
