@@ -56,23 +56,12 @@ TEST(ZipReader, readsEveryStoredFormOfEntry) {
     }
 }
 
-TEST(ZipReader, refusesFilesWithoutAnEndRecord) {
-    const std::string valid = buildRawZip({{.name = "a", .data = "hello"}});
-    const std::vector<std::pair<const char*, std::string>> rows = {
-        {"empty", ""},
-        {"21 bytes", std::string(21, 'P')},
-        {"not a zip", std::string(5000, 'x')},
-        {"truncated package", valid.substr(0, valid.size() / 2)},
-        {"record cut short", valid.substr(0, valid.size() - 1)},
-    };
-    for (const auto& [name, bytes] : rows) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(failureOf([&] { openRaw(bytes); }), Case::missingEndOfCentralDirectoryRecord);
-    }
-}
-
 TEST(ZipReader, refusesHostileStructureWhenOpening) {
     const std::string data = "some data for the entry";
+    const std::string valid = buildRawZip({{.name = "a", .data = data}});
+    for (const auto& bytes : {std::string(), std::string(21, 'P'), std::string(5000, 'x'),
+                              valid.substr(0, valid.size() / 2), valid.substr(0, valid.size() - 1)})
+        EXPECT_EQ(failureOf([&] { openRaw(bytes); }), Case::missingEndOfCentralDirectoryRecord) << bytes.size();
     const std::string paths[] = {"../evil.txt", "word/../../evil", "word\\..\\evil", "/etc/passwd", "C:/evil", "",
                                  std::string("a\0b", 3)};
     for (const auto& path : paths)
