@@ -6,54 +6,31 @@
 #include "engine/tavrin_engine.h"
 #include "pdf/pdf_errors.h"
 #include "pdf_fixtures.h"
-#include "support/test_support.h"
 
 namespace tavrin {
 namespace {
 
 using testing::DirtyValues;
 using testing::TempDir;
-
-std::filesystem::path write(const TempDir& dir, const std::string& name, const std::string& bytes) {
-    testing::writeFile(dir / name, bytes);
-    return dir / name;
-}
+using testing::write;
 
 // A hybrid-reference file: the classic table and the cross-reference stream it points to (via
 // /XRefStm) name different Info objects, so old and new readers would see different authors.
 std::string hybridPDF() {
-    std::string pdf = "%PDF-1.5\n";
-    std::vector<std::size_t> offsets(10, 0);
-    auto object = [&](int n, const std::string& body) {
-        offsets[n] = pdf.size();
-        pdf += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
-    };
-    object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    object(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
-    object(3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R /Resources << /Font << /F1 5 0 R "
-              ">> >> >>");
-    const std::string text = "BT /F1 12 Tf 20 100 Td (Hybrid page) Tj ET";
-    object(4, "<< /Length " + std::to_string(text.size()) + " >>\nstream\n" + text + "\nendstream");
-    object(5, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
-    object(6, "<< /Author (Classic Author Value) >>");
-    object(7, "<< /Author (Stream Author Value) >>");
+    testing::RawPDFBuilder b;
+    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>")
+        .object(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>")
+        .object(3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R "
+                   "/Resources << /Font << /F1 5 0 R >> >> >>")
+        .stream(4, "", "BT /F1 12 Tf 20 100 Td (Hybrid page) Tj ET")
+        .object(5, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>")
+        .object(6, "<< /Author (Classic Author Value) >>")
+        .object(7, "<< /Author (Stream Author Value) >>");
     // The stream's single entry: object 6 lives where object 7's bytes are.
     std::string entry = {'\x01'};
-    for (int shift = 24; shift >= 0; shift -= 8) entry += static_cast<char>((offsets[7] >> shift) & 0xFF);
-    entry += std::string("\x00\x00", 2);
-    const std::size_t xrefStream = pdf.size();
-    pdf += "8 0 obj\n<< /Type /XRef /Size 9 /W [1 4 2] /Index [6 1] /Length 7 >>\nstream\n" + entry +
-           "\nendstream\nendobj\n";
-    const std::size_t xref = pdf.size();
-    pdf += "xref\n0 9\n0000000000 65535 f \n";
-    char line[32];
-    for (int n = 1; n <= 8; ++n) {
-        std::snprintf(line, sizeof line, "%010zu 00000 n \n", n == 8 ? xrefStream : offsets[n]);
-        pdf += line;
-    }
-    pdf += "trailer\n<< /Size 9 /Root 1 0 R /Info 6 0 R /XRefStm " + std::to_string(xrefStream) +
-           " >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
-    return pdf;
+    for (int shift = 24; shift >= 0; shift -= 8) entry += static_cast<char>((b.offset(7) >> shift) & 0xFF);
+    b.stream(8, "/Type /XRef /Size 9 /W [1 4 2] /Index [6 1]", entry + std::string(2, '\0'));
+    return b.endRevision("/Root 1 0 R /Info 6 0 R /XRefStm " + std::to_string(b.offset(8))).bytes();
 }
 
 TEST(PDFThroughTheEngine, inspectsCleansAndVerifiesAHybridReferenceFile) {

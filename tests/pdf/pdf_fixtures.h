@@ -3,12 +3,52 @@
 // across incremental updates, and a dirty document that carries every kind of metadata the
 // cleaner must find.
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "support/test_support.h"
+
 namespace tavrin::testing {
+
+// Writes `bytes` to `name` in `dir` and returns its path.
+inline std::filesystem::path write(const TempDir& dir, const std::string& name, const std::string& bytes) {
+    writeFile(dir / name, bytes);
+    return dir / name;
+}
+
+// The case of the `Error` that `body` throws, or nothing.
+template <class Error>
+std::optional<typename Error::Case> failureOf(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const Error& e) {
+        return e.errorCase();
+    }
+    return std::nullopt;
+}
+
+// The text of every page, as poppler's pdftotext extracts it.
+inline std::string pageText(const std::filesystem::path& pdf, const std::string& password = "") {
+    std::string text;
+    const std::string option = password.empty() ? "" : " -upw " + shellQuote(password);
+    EXPECT_EQ(runCommand("pdftotext -q" + option + " " + shellQuote(pdf.string()) + " -", &text), 0);
+    return text;
+}
+
+// Every object of the file decrypted and uncompressed, as qpdf's QDF form shows it, old revisions included.
+inline std::string decompressed(const std::filesystem::path& pdf, const std::string& password = "") {
+    const auto qdf = pdf.parent_path() / (pdf.stem().string() + ".qdf");
+    EXPECT_EQ(runCommand("qpdf --password=" + shellQuote(password) + " --decrypt --qdf --object-streams=disable " +
+                         shellQuote(pdf.string()) + " " + shellQuote(qdf.string())),
+              0);
+    return readFile(qdf);
+}
 
 class RawPDFBuilder {
 public:
@@ -20,6 +60,8 @@ public:
     // Closes the current revision with a trailer holding `trailerEntries` ("/Root 1 0 R …").
     RawPDFBuilder& endRevision(const std::string& trailerEntries);
     std::string bytes() const { return out_; }
+    // Where object `number` of the open revision starts.
+    std::size_t offset(int number) const { return pending_.at(number); }
 
 private:
     std::string out_ = "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n";
@@ -63,6 +105,9 @@ std::string dirtyPDF(const DirtyOptions& options = {});
 std::string withObjectStreams(const std::string& pdf);
 // The same document encrypted with AES-256.
 std::string encryptedAES256(const std::string& pdf, const std::string& userPassword, const std::string& ownerPassword);
+// A one-page document whose catalog and page carry the given extra entries, with extra objects.
+std::string onePage(const std::string& catalogEntries, const std::string& pageEntries = "",
+                    const std::vector<std::pair<int, std::string>>& extra = {});
 // A one-page document whose page shows a JPEG carrying an APP1 segment and a comment.
 std::string pdfWithJPEG();
 // A tiny baseline JPEG with APP0, APP1 ("Exif … GPS secret"), COM and trailing bytes.

@@ -1,18 +1,17 @@
 #include <gtest/gtest.h>
 
-#include "engine/pipeline_error.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_navigation_inspector.h"
 #include "pdf_fixtures.h"
-#include "support/test_support.h"
 
 namespace tavrin {
 namespace {
 
 using testing::DirtyValues;
-using testing::RawPDFBuilder;
+using testing::onePage;
 using testing::TempDir;
+using testing::write;
 
 std::optional<MetadataItem> find(const MetadataTree& tree, const std::string& id) {
     for (const auto& item : tree.allItems())
@@ -20,24 +19,7 @@ std::optional<MetadataItem> find(const MetadataTree& tree, const std::string& id
     return std::nullopt;
 }
 
-std::filesystem::path write(const TempDir& dir, const std::string& name, const std::string& bytes) {
-    testing::writeFile(dir / name, bytes);
-    return dir / name;
-}
-
-// A one-page document whose catalog and page carry the given extra entries.
-std::string onePage(const std::string& catalogEntries, const std::string& pageEntries = "",
-                    const std::vector<std::pair<int, std::string>>& extra = {}) {
-    RawPDFBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R " + catalogEntries + " >>");
-    b.object(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
-    b.object(3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 100 100] " + pageEntries + " >>");
-    for (const auto& [n, body] : extra) b.object(n, body);
-    b.endRevision("/Root 1 0 R");
-    return b.bytes();
-}
-
-TEST(PDFMetadataReader, readsTheLastRevisionsInfoWithParsedDates) {
+TEST(PDFMetadataReader, readsTheLastRevisionsInfoWithParsedDatesAlsoFromObjectStreams) {
     TempDir dir;
     const auto tree = PDFMetadataReader().readMetadata(write(dir, "a.pdf", testing::dirtyPDF()));
     using namespace std::chrono;
@@ -71,22 +53,16 @@ TEST(PDFMetadataReader, readsTheLastRevisionsInfoWithParsedDates) {
     }
     EXPECT_FALSE(find(tree, "PDF.Subject"));
     EXPECT_FALSE(find(tree, "PDF.JavaScript"));
-}
-
-TEST(PDFMetadataReader, readsTheSameFromObjectStreams) {
-    TempDir dir;
-    const auto plain = PDFMetadataReader().readMetadata(write(dir, "a.pdf", testing::dirtyPDF()));
+    // The same from object streams.
     const auto packed =
         PDFMetadataReader().readMetadata(write(dir, "b.pdf", testing::withObjectStreams(testing::dirtyPDF())));
-    EXPECT_EQ(plain.allItems(), packed.allItems());
+    EXPECT_EQ(tree.allItems(), packed.allItems());
 }
 
 TEST(PDFMetadataReader, reportsScriptsFormsAndAnUninspectableCatalog) {
     TempDir dir;
-    testing::DirtyOptions options;
-    options.script = true;
-    options.acroForm = true;
-    const auto tree = PDFMetadataReader().readMetadata(write(dir, "a.pdf", testing::dirtyPDF(options)));
+    const auto tree =
+        PDFMetadataReader().readMetadata(write(dir, "a.pdf", testing::dirtyPDF({.script = true, .acroForm = true})));
     auto script = find(tree, "PDF.JavaScript");
     ASSERT_TRUE(script);
     EXPECT_EQ(script->value, MetadataValue::string("Document open action"));
@@ -178,13 +154,13 @@ TEST(PDFNavigationInspector, countsNestedOutlinesAndSurvivesCycles) {
         {12, "<< /Title (B) /Next 11 0 R /First 10 0 R >>"},
     };
     EXPECT_EQ(PDFNavigationInspector::summarize(write(dir, "b.pdf", onePage(outline, "", looping))).outlineItemCount, 2);
-    testing::DirtyOptions cycle;
-    cycle.outlineCycle = true;
-    EXPECT_EQ(PDFNavigationInspector::summarize(write(dir, "c.pdf", testing::dirtyPDF(cycle))).outlineItemCount, 3);
+    EXPECT_EQ(PDFNavigationInspector::summarize(write(dir, "c.pdf", testing::dirtyPDF({.outlineCycle = true})))
+                  .outlineItemCount,
+              3);
 }
 
-// Damaged and hostile files are refused with the reader's error; none crashes or hangs.
-TEST(PDFMetadataReader, refusesDamagedAndHostileFiles) {
+// Damaged, hostile and locked files are refused with the reader's error; none crashes or hangs.
+TEST(PDFMetadataReader, refusesDamagedHostileAndLockedFiles) {
     TempDir dir;
     const std::string good = testing::dirtyPDF();
     std::string deep = "[";
@@ -194,41 +170,25 @@ TEST(PDFMetadataReader, refusesDamagedAndHostileFiles) {
     lyingLength.replace(lengthAt, lyingLength.find(' ', lengthAt) - lengthAt, "9999");
     std::string xrefNowhere = good;
     xrefNowhere.replace(xrefNowhere.rfind("startxref\n") + 10, 3, "999999");
-    struct Case {
-        const char* name;
-        std::string bytes;
+    using E = PDFMetadataReaderError::Case;
+    const std::vector<std::tuple<const char*, std::string, E>> refused = {
+        {"truncated", good.substr(0, good.size() / 2), E::cannotOpenPDF},
+        {"xref points nowhere", xrefNowhere, E::cannotOpenPDF},
+        {"really a zip", std::string("PK\x03\x04\x14\x00\x00\x00", 8) + std::string(200, 'z'), E::cannotOpenPDF},
+        {"deep array", onePage("/Deep " + deep), E::cannotOpenPDF},
+        {"self reference", onePage("", "", {{1, "1 0 R"}}), E::cannotOpenPDF},
+        {"lying stream length", lyingLength, E::cannotOpenPDF},
+        {"empty", "", E::cannotOpenPDF},
+        {"locked", testing::encryptedAES256(good, "user-pw", "owner-pw"), E::passwordRequired},
     };
-    const std::vector<Case> refused = {
-        {"truncated", good.substr(0, good.size() / 2)},
-        {"xref points nowhere", xrefNowhere},
-        {"really a zip", std::string("PK\x03\x04\x14\x00\x00\x00", 8) + std::string(200, 'z')},
-        {"deep array", onePage("/Deep " + deep)},
-        {"self reference", onePage("", "", {{1, "1 0 R"}})},
-        {"lying stream length", lyingLength},
-        {"empty", ""},
-    };
-    for (const auto& c : refused) {
-        const auto path = write(dir, std::string(c.name) + ".pdf", c.bytes);
+    for (const auto& [name, bytes, expected] : refused) {
         try {
-            PDFMetadataReader().readMetadata(path);
-            ADD_FAILURE() << c.name << " was read";
+            PDFMetadataReader().readMetadata(write(dir, std::string(name) + ".pdf", bytes));
+            ADD_FAILURE() << name << " was read";
         } catch (const PDFMetadataReaderError& e) {
-            EXPECT_EQ(e.errorCase(), PDFMetadataReaderError::Case::cannotOpenPDF) << c.name;
-        } catch (const PipelineError& e) {
-            EXPECT_EQ(e.errorCase(), PipelineError::Case::fileTypeUnknown) << c.name;  // the empty file
+            EXPECT_EQ(e.errorCase(), expected) << name;
+            EXPECT_EQ(std::string(e.what()).find("password") != std::string::npos, expected == E::passwordRequired);
         }
-    }
-}
-
-TEST(PDFMetadataReader, saysAPasswordIsNeeded) {
-    TempDir dir;
-    const auto path = write(dir, "locked.pdf", testing::encryptedAES256(testing::dirtyPDF(), "user-pw", "owner-pw"));
-    try {
-        PDFMetadataReader().readMetadata(path);
-        FAIL() << "an encrypted file read without its password";
-    } catch (const PDFMetadataReaderError& e) {
-        EXPECT_EQ(e.errorCase(), PDFMetadataReaderError::Case::passwordRequired);
-        EXPECT_NE(std::string(e.what()).find("password"), std::string::npos) << e.what();
     }
 }
 
