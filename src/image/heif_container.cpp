@@ -415,6 +415,47 @@ std::vector<Properties> readFrames(ByteSpan d) {
     return frames;
 }
 
+bool sameCodedImages(ByteSpan a, ByteSpan b) {
+    try {
+        const File fa = parse(a), fb = parse(b);
+        if (fa.primary != fb.primary || topLevelImages(fa) != topLevelImages(fb)) return false;
+        // The coded images of each file by id: every image item but thumbnails.
+        const auto coded = [](const File& f) {
+            std::map<std::uint32_t, const Item*> out;
+            for (const auto& item : f.items)
+                if (isImageType(item.type) && !f.hasReferenceFrom(item.id, "thmb")) out.emplace(item.id, &item);
+            return out;
+        };
+        const auto ca = coded(fa), cb = coded(fb);
+        if (ca.size() != cb.size()) return false;
+        const auto decodingProperties = [](const File& f, std::uint32_t id) {
+            std::vector<ByteSpan> out;
+            for (const Box* p : f.propertiesOf(id))
+                if (isDecodingProperty(p->type)) out.push_back(p->whole);
+            return out;
+        };
+        const auto derivedFrom = [](const File& f, std::uint32_t id) {
+            std::vector<std::uint32_t> out;
+            for (const Reference* r : f.references(id, "dimg", true)) out.insert(out.end(), r->to.begin(), r->to.end());
+            return out;
+        };
+        const auto sameBytes = [](ByteSpan x, ByteSpan y) { return std::equal(x.begin(), x.end(), y.begin(), y.end()); };
+        for (const auto& [id, ia] : ca) {
+            const auto it = cb.find(id);
+            if (it == cb.end()) return false;
+            const Item& ib = *it->second;
+            if (ia->type != ib.type || (ia->flags & 1) != (ib.flags & 1)) return false;
+            if (derivedFrom(fa, id) != derivedFrom(fb, id)) return false;
+            const auto pa = decodingProperties(fa, id), pb = decodingProperties(fb, id);
+            if (!std::equal(pa.begin(), pa.end(), pb.begin(), pb.end(), sameBytes)) return false;
+            if (itemData(fa, *ia, SIZE_MAX) != itemData(fb, ib, SIZE_MAX)) return false;
+        }
+        return true;
+    } catch (const ImageFormatError&) {
+        return false;
+    }
+}
+
 Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
     enforce(!filteredFrames.empty(), Case::invalidStructure, "no frame properties to write");
     const File f = parse(d);

@@ -14,6 +14,11 @@ namespace tavrin::image::heifContainer {
 // outside the file, loops of boxes and excessive counts throw `ImageFormatError`.
 std::vector<Properties> readFrames(ByteSpan heif);
 
+// True when both files hold the same coded images under the same ids: item types and data,
+// decoding properties in order, derivation references, the same primary and top-level images.
+// What surrounds them (metadata items, thumbnails, box layout) may differ. Never throws.
+bool sameCodedImages(ByteSpan a, ByteSpan b);
+
 // ftyp, then a meta box with the coded image items, their properties and references, and Exif
 // and XMP items rebuilt from what survived in the frame they describe; thumbnails, other
 // metadata items, entity groups and every other top-level box are dropped.

@@ -7,6 +7,7 @@
 #include "engine/metadata_categorizer.h"
 #include "engine/pipeline_error.h"
 #include "image/frame_decoder.h"
+#include "image/heif_container.h"
 #include "image/jpeg_container.h"
 #include "image/image_file.h"
 #include "image/image_metadata_reader.h"
@@ -217,10 +218,14 @@ ImageMetadataWriter::VerificationOutcome ImageMetadataWriter::verifyOutput(const
         if (reopened.count() < 1 || reopened.count() != source.count() || reopened.format() != source.format())
             return failed;
         const auto after = image::decodeAllFrames(reopened.format(), reopened.bytes());
-        // A JPEG whose coded image was copied byte for byte decodes exactly as the source does:
-        // decoding the source too would repeat the same work.
-        const bool sameCodedImage = source.format() == image::ImageFormat::jpeg &&
-                                    image::jpegContainer::sameCodedImage(source.bytes(), reopened.bytes());
+        // Coded images copied byte for byte decode exactly as the source's do: decoding the
+        // source too would repeat the same work. Worth proving for the formats whose decoding
+        // dominates a clean.
+        const bool sameCodedImage =
+            (source.format() == image::ImageFormat::jpeg &&
+             image::jpegContainer::sameCodedImage(source.bytes(), reopened.bytes())) ||
+            (source.format() == image::ImageFormat::heic &&
+             image::heifContainer::sameCodedImages(source.bytes(), reopened.bytes()));
         const auto before = sameCodedImage ? after : image::decodeAllFrames(source.format(), source.bytes());
         if (before.empty() || before != after) return failed;
         std::set<MetadataCategory> residual;

@@ -12,6 +12,7 @@
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"
 #include "image/image_source.h"
+#include "image/heif_container.h"
 #include "image_fixtures.h"
 #include "support/test_support.h"
 
@@ -206,6 +207,14 @@ TEST(ImageContainers, heicLosesExifXMPAndThumbnailAndKeepsItsPixels) {
     for (auto secret : secrets) EXPECT_FALSE(contains(out.bytes, secret)) << secret;
     EXPECT_EQ(image::decodeAllFrames(image::ImageFormat::heic, out.bytes),
               (std::vector<image::FrameSize>{{64, 48}}));
+    // Same coded image, so verification decoded only the output; any change to it is seen.
+    EXPECT_TRUE(image::heifContainer::sameCodedImages(dirty, out.bytes));
+    Bytes altered = out.bytes;
+    const std::string text(altered.begin(), altered.end());
+    ASSERT_NE(text.find("mdat"), std::string::npos);
+    altered[text.find("mdat") + 4 + 10] ^= 0x01;  // inside the image item, which the mdat holds first
+    EXPECT_FALSE(image::heifContainer::sameCodedImages(dirty, altered));
+    EXPECT_FALSE(image::heifContainer::sameCodedImages(dirty, encodeHEIC(48, 64, exif, xmpPacket())));
 
     // The thumbnail is gone: libheif finds none on the primary image.
     heif_context* ctx = heif_context_alloc();
