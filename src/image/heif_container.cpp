@@ -294,7 +294,7 @@ Bytes itemData(const File& f, const Item& item, std::size_t limit) {
     for (const auto& e : item.extents) {
         const std::size_t start = static_cast<std::size_t>(item.baseOffset + e.offset);
         const std::size_t length = e.length == 0 ? space.size() - start : static_cast<std::size_t>(e.length);
-        enforce(out.size() + length <= limit, Case::limitExceeded, "a HEIF item is too large");
+        enforce(length <= limit - out.size(), Case::limitExceeded, "a HEIF item is too large");
         append(out, slice(space, start, length));
     }
     return out;
@@ -428,6 +428,8 @@ bool sameCodedImages(ByteSpan a, ByteSpan b) {
         };
         const auto ca = coded(fa), cb = coded(fb);
         if (ca.size() != cb.size()) return false;
+        // Items of a well-formed file never share bytes, so together they fit in the file.
+        std::size_t budgetA = a.size(), budgetB = b.size();
         const auto decodingProperties = [](const File& f, std::uint32_t id) {
             std::vector<ByteSpan> out;
             for (const Box* p : f.propertiesOf(id))
@@ -448,7 +450,10 @@ bool sameCodedImages(ByteSpan a, ByteSpan b) {
             if (derivedFrom(fa, id) != derivedFrom(fb, id)) return false;
             const auto pa = decodingProperties(fa, id), pb = decodingProperties(fb, id);
             if (!std::equal(pa.begin(), pa.end(), pb.begin(), pb.end(), sameBytes)) return false;
-            if (itemData(fa, *ia, SIZE_MAX) != itemData(fb, ib, SIZE_MAX)) return false;
+            const Bytes da = itemData(fa, *ia, budgetA), db = itemData(fb, ib, budgetB);
+            if (da != db) return false;
+            budgetA -= da.size();
+            budgetB -= db.size();
         }
         return true;
     } catch (const ImageFormatError&) {
@@ -505,8 +510,12 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
         std::size_t offset, length;
     };
     std::vector<Placement> placements;
+    // Items of a well-formed file never share bytes, so together they fit in the file; extents
+    // pointing at the same bytes over and over must not multiply the output.
+    std::size_t budget = d.size();
     for (const auto& k : kept) {
-        const Bytes data = k.replaced ? k.replacement : itemData(f, *k.source, SIZE_MAX);
+        const Bytes data = k.replaced ? k.replacement : itemData(f, *k.source, budget);
+        if (!k.replaced) budget -= data.size();
         const bool inIdat = !k.replaced && k.source->constructionMethod == 1;
         Bytes& target = inIdat ? idat : mdat;
         placements.push_back({inIdat, target.size(), data.size()});

@@ -304,6 +304,75 @@ TEST(ImageContainers, gifWithTooManyFramesIsRefused) {
     EXPECT_EQ(image::ImageSource::create(out.bytes).count(), 10001u);
 }
 
+// One image item whose 4000 extents all name the same 16 KB of the mdat: read naively, 64 MB of
+// "image data" from a 50 KB file. Its items may never claim more bytes than the file holds.
+TEST(ImageContainers, heicWhoseExtentsRepeatTheSameBytesIsRefused) {
+    using image::append;
+    using image::putBE16;
+    using image::putBE32;
+    const auto box = [](std::string_view type, const Bytes& body) {
+        Bytes out;
+        putBE32(out, static_cast<std::uint32_t>(body.size() + 8));
+        append(out, type);
+        append(out, body);
+        return out;
+    };
+    const auto fullBox = [&](std::string_view type, std::uint8_t version, const Bytes& body) {
+        Bytes b = {version, 0, 0, 0};
+        append(b, body);
+        return box(type, b);
+    };
+    const std::size_t extents = 4000, media = 16 * 1024;
+    Bytes infe = {0, 1, 0, 0};  // item 1, protection index 0
+    append(infe, std::string_view("hvc1\0", 5));
+    Bytes iinf = {0, 1};
+    append(iinf, fullBox("infe", 2, infe));
+    Bytes ispe;
+    putBE32(ispe, 16);
+    putBE32(ispe, 16);
+    Bytes ipma;
+    putBE32(ipma, 1);
+    append(ipma, Bytes{0, 1, 1, 0x81});  // item 1: property 1, essential
+    Bytes iprp = box("ipco", fullBox("ispe", 0, ispe));
+    append(iprp, fullBox("ipma", 0, ipma));
+    Bytes meta;
+    append(meta, fullBox("hdlr", 0, Bytes{0, 0, 0, 0, 'p', 'i', 'c', 't', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    append(meta, fullBox("pitm", 0, Bytes{0, 1}));
+    append(meta, fullBox("iinf", 0, iinf));
+    const Bytes ftyp = box("ftyp", toBytes(std::string_view("heic\0\0\0\0mif1heic", 16)));
+    // iloc version 0: 4-byte offsets and lengths, no base offset; filled in once the mdat's
+    // place is known.
+    const std::size_t ilocSize = 8 + 4 + 2 + 2 + 2 + 2 + 2 + extents * 8;
+    const std::size_t metaSize = 12 + meta.size() + ilocSize + 8 + iprp.size();
+    const std::size_t mdatData = ftyp.size() + metaSize + 8;
+    Bytes iloc = {0x44, 0x00};
+    putBE16(iloc, 1);
+    putBE16(iloc, 1);  // item 1
+    putBE16(iloc, 0);  // this file
+    putBE16(iloc, static_cast<std::uint16_t>(extents));
+    for (std::size_t i = 0; i < extents; ++i) {
+        putBE32(iloc, static_cast<std::uint32_t>(mdatData));
+        putBE32(iloc, static_cast<std::uint32_t>(media));
+    }
+    append(meta, fullBox("iloc", 0, iloc));
+    append(meta, box("iprp", iprp));
+    Bytes heic = ftyp;
+    append(heic, fullBox("meta", 0, meta));
+    append(heic, box("mdat", Bytes(media, 0x42)));
+    ASSERT_EQ(heic.size(), mdatData + media);
+
+    TempDir dir;
+    testing::writeFile(dir / "repeat.heic", heic);
+    try {
+        (void)ImageMetadataWriter().cleanMetadata(dir / "repeat.heic", dir / "out.heic", CleaningProfile::maximumPrivacy());
+        ADD_FAILURE() << "cleaned";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("a HEIF item is too large"), std::string::npos) << e.what();
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.heic"));
+    EXPECT_FALSE(image::heifContainer::sameCodedImages(heic, heic));
+}
+
 TEST(ImageContainers, heicWhoseItemLocationPointsOutsideTheFileIsRefused) {
     Bytes exif = toBytes(std::string_view("Exif\0\0", 6));
     image::append(exif, exifBlock());
