@@ -1,6 +1,5 @@
 #include "av_fixtures.h"
 
-#include <functional>
 #include <stdexcept>
 
 #include "support/test_support.h"
@@ -24,44 +23,28 @@ void check(int rc, const char* what) {
     }
 }
 
-struct Encoder {
-    AVCodecContext* context = nullptr;
-    AVStream* stream = nullptr;
-    ~Encoder() { avcodec_free_context(&context); }
+// A stream whose packets are written as they are: neither the muxers nor the writer's passthrough
+// copy decode them, so they need no encoder.
+AVStream* addStream(AVFormatContext* out, AVMediaType type, AVCodecID codec, int rate) {
+    AVStream* stream = avformat_new_stream(out, nullptr);
+    stream->codecpar->codec_type = type;
+    stream->codecpar->codec_id = codec;
+    stream->time_base = {1, rate};
+    return stream;
+}
 
-    void open(AVFormatContext* out, AVCodecID id, const std::function<void(AVCodecContext*)>& setUp) {
-        const AVCodec* codec = avcodec_find_encoder(id);
-        context = avcodec_alloc_context3(codec);
-        setUp(context);
-        if (out->oformat->flags & AVFMT_GLOBALHEADER) context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        check(avcodec_open2(context, codec, nullptr), "open encoder");
-        stream = avformat_new_stream(out, nullptr);
-        stream->time_base = context->time_base;
-        check(avcodec_parameters_from_context(stream->codecpar, context), "parameters");
-    }
-    // Sends what the encoder gives for `frame` (null to flush) to the muxer.
-    void drain(AVFormatContext* out, AVFrame* frame) {
-        check(avcodec_send_frame(context, frame), "send frame");
-        AVPacket* packet = av_packet_alloc();
-        while (avcodec_receive_packet(context, packet) == 0) {
-            av_packet_rescale_ts(packet, context->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            check(av_interleaved_write_frame(out, packet), "write packet");
-        }
-        av_packet_free(&packet);
-    }
-    // Encodes `count` frames that `fill` paints, then flushes. `frame` has its format set.
-    void encode(AVFormatContext* out, AVFrame* frame, int count, const std::function<void(AVFrame*, int)>& fill) {
-        check(av_frame_get_buffer(frame, 0), "frame buffer");
-        for (int i = 0; i < count; ++i) {
-            check(av_frame_make_writable(frame), "writable");
-            fill(frame, i);
-            drain(out, frame);
-        }
-        drain(out, nullptr);
-        av_frame_free(&frame);
-    }
-};
+void writePacket(AVFormatContext* out, AVStream* stream, const std::string& payload, int index, int duration, int rate) {
+    AVPacket* packet = av_packet_alloc();
+    check(av_new_packet(packet, static_cast<int>(payload.size())), "packet");
+    std::copy(payload.begin(), payload.end(), packet->data);
+    packet->duration = duration;
+    packet->pts = packet->dts = index * duration;
+    packet->stream_index = stream->index;
+    packet->flags = AV_PKT_FLAG_KEY;
+    av_packet_rescale_ts(packet, {1, rate}, stream->time_base);  // the muxer may have changed it
+    check(av_interleaved_write_frame(out, packet), "write packet");
+    av_packet_free(&packet);
+}
 
 }  // namespace
 
@@ -69,74 +52,40 @@ void makeMedia(const std::filesystem::path& path, const MediaRecipe& recipe) {
     av_log_set_level(AV_LOG_QUIET);
     AVFormatContext* out = nullptr;
     check(avformat_alloc_output_context2(&out, nullptr, recipe.muxer.c_str(), path.c_str()), "output");
-    Encoder video, aac;
-    if (recipe.video)
-        video.open(out, AV_CODEC_ID_MJPEG, [](AVCodecContext* c) {
-            c->width = c->height = 16;
-            c->pix_fmt = AV_PIX_FMT_YUVJ420P;
-            c->time_base = {1, 25};
-        });
-    AVStream* audio = nullptr;  // packets written as they are, without an encoder
-    const bool mp3 = recipe.audio == Audio::mp3;
-    if (recipe.audio == Audio::aac) {
-        aac.open(out, AV_CODEC_ID_AAC, [](AVCodecContext* c) {
-            c->sample_fmt = AV_SAMPLE_FMT_FLTP;
-            c->sample_rate = 8000;
-            av_channel_layout_default(&c->ch_layout, 1);
-            c->time_base = {1, 8000};
-        });
-    } else if (recipe.audio != Audio::none) {
-        audio = avformat_new_stream(out, nullptr);
+    AVStream* video = nullptr;
+    if (recipe.video) {
+        video = addStream(out, AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_MJPEG, 25);
+        video->codecpar->width = video->codecpar->height = 16;
+    }
+    AVStream* audio = nullptr;
+    const bool mp3 = recipe.audio == Audio::mp3, aac = recipe.audio == Audio::aac;
+    const int rate = mp3 ? 44100 : 8000, frame = mp3 ? 1152 : aac ? 1024 : 400;
+    if (recipe.audio != Audio::none) {
+        const AVCodecID codec = mp3   ? AV_CODEC_ID_MP3
+                                : aac ? AV_CODEC_ID_AAC
+                                      : recipe.muxer == "aiff" ? AV_CODEC_ID_PCM_S16BE : AV_CODEC_ID_PCM_S16LE;
+        audio = addStream(out, AVMEDIA_TYPE_AUDIO, codec, rate);
         AVCodecParameters* p = audio->codecpar;
-        p->codec_type = AVMEDIA_TYPE_AUDIO;
-        p->codec_id = mp3 ? AV_CODEC_ID_MP3 : recipe.muxer == "aiff" ? AV_CODEC_ID_PCM_S16BE : AV_CODEC_ID_PCM_S16LE;
-        p->sample_rate = mp3 ? 44100 : 8000;
+        p->sample_rate = rate;
         av_channel_layout_default(&p->ch_layout, mp3 ? 2 : 1);
-        p->frame_size = mp3 ? 1152 : 0;
+        p->frame_size = mp3 || aac ? frame : 0;
         p->bit_rate = mp3 ? 128000 : 0;
-        p->bits_per_coded_sample = mp3 ? 0 : 16;
-        p->block_align = mp3 ? 0 : 2;
-        audio->time_base = {1, p->sample_rate};
+        p->bits_per_coded_sample = mp3 || aac ? 0 : 16;
+        p->block_align = mp3 || aac ? 0 : 2;
+        if (aac) {  // AudioSpecificConfig: AAC LC, 8 kHz, mono
+            p->extradata = static_cast<std::uint8_t*>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
+            p->extradata[0] = 0x15;
+            p->extradata[1] = 0x88;
+            p->extradata_size = 2;
+        }
     }
     for (const auto& [key, value] : recipe.tags) av_dict_set(&out->metadata, key.c_str(), value.c_str(), 0);
     if (recipe.muxer == "avi" && audio) av_dict_set(&audio->metadata, "title", "Interview Mic", 0);
     check(avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE), "open file");
     check(avformat_write_header(out, nullptr), "header");
-
-    if (video.context) {
-        AVFrame* frame = av_frame_alloc();
-        frame->format = AV_PIX_FMT_YUVJ420P;
-        frame->width = frame->height = 16;
-        video.encode(out, frame, 3, [](AVFrame* f, int i) {
-            for (int plane = 0; plane < 3; ++plane)
-                for (int y = 0; y < (plane ? 8 : 16); ++y)
-                    for (int x = 0; x < (plane ? 8 : 16); ++x)
-                        f->data[plane][y * f->linesize[plane] + x] = static_cast<std::uint8_t>(plane ? 128 : 40 * i + x);
-            f->pts = i;
-        });
-    }
-    if (aac.context) {
-        AVFrame* frame = av_frame_alloc();
-        frame->format = AV_SAMPLE_FMT_FLTP;
-        frame->nb_samples = aac.context->frame_size;
-        frame->sample_rate = 8000;
-        av_channel_layout_copy(&frame->ch_layout, &aac.context->ch_layout);
-        aac.encode(out, frame, 4, [](AVFrame* f, int i) {
-            std::fill_n(reinterpret_cast<float*>(f->data[0]), f->nb_samples, 0.0f);
-            f->pts = static_cast<std::int64_t>(i) * f->nb_samples;
-        });
-    }
-    for (int i = 0; audio && i < 4; ++i) {
-        AVPacket* packet = av_packet_alloc();
-        const std::string payload = mp3 ? mp3Frame() : std::string(800, '\0');
-        check(av_new_packet(packet, static_cast<int>(payload.size())), "packet");
-        std::copy(payload.begin(), payload.end(), packet->data);
-        packet->duration = mp3 ? 1152 : 400;
-        packet->pts = packet->dts = i * packet->duration;
-        packet->stream_index = audio->index;
-        av_packet_rescale_ts(packet, {1, mp3 ? 44100 : 8000}, audio->time_base);  // the muxer may have changed it
-        check(av_interleaved_write_frame(out, packet), "write audio");
-        av_packet_free(&packet);
+    for (int i = 0; i < 4; ++i) {
+        if (video && i < 3) writePacket(out, video, std::string(64, char(40 * i)), i, 1, 25);
+        if (audio) writePacket(out, audio, mp3 ? mp3Frame() : std::string(aac ? 16 : 800, '\0'), i, frame, rate);
     }
     check(av_write_trailer(out), "trailer");
     avio_closep(&out->pb);

@@ -1,7 +1,6 @@
 #pragma once
 // Media made in code for the audio and video tests: byte builders for QuickTime atoms, ID3 frames,
-// RIFF and AIFF chunks and FLAC blocks, and real playable files muxed by libavformat from
-// generated frames.
+// RIFF and AIFF chunks and FLAC blocks, and whole files muxed by libavformat from packets made here.
 
 #include <algorithm>
 #include <cstdint>
@@ -122,11 +121,11 @@ inline S flacFile(std::string_view blocks) {
 enum class Audio { none, pcm, mp3, aac };
 struct MediaRecipe {
     std::string muxer;  // "mov", "mp4", "ipod", "wav", "aiff", "mp3", "avi"
-    bool video = false;  // three 16×16 MJPEG frames
+    bool video = false;  // three 16×16 MJPEG packets
     Audio audio = Audio::pcm;
     Fields tags;  // the library's tag names
 };
-// Writes a playable file. Aborts the test (throws std::runtime_error) when the library fails.
+// Writes the file. Aborts the test (throws std::runtime_error) when the library fails.
 void makeMedia(const std::filesystem::path& path, const MediaRecipe& recipe);
 // Appends atoms to the top-level `moov` of a file whose `moov` comes after its `mdat`.
 void appendToMoov(const std::filesystem::path& path, std::string_view atoms);
