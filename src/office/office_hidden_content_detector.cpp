@@ -8,8 +8,7 @@ namespace tavrin {
 std::vector<MetadataItem> OfficeHiddenContentDetector::detect(const Archive& archive) {
     using Detector = std::vector<MetadataItem> (*)(const Archive&);
     static constexpr Detector detectors[] = {
-        &detectOrphanedHeadersFooters,
-        &detectInactiveHeaderFooterReferences,
+        &detectHeadersAndFooters,  // orphaned, then inactive: the document is read once for both
         &detectSettingsLatentData,
         &detectPrinterSettings,
         &detectHiddenWorksheets,

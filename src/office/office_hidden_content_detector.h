@@ -124,7 +124,16 @@ struct OfficeHiddenContentDetector {
         std::vector<HeaderFooterReference> inactive;
     };
 
+    // Orphaned header and footer parts and inactive references, from one reading of the document.
+    struct HeaderFooterFindings {
+        std::vector<MetadataItem> orphaned;     // detectOrphanedHeadersFooters
+        InactiveHeaderFooterAnalysis inactive;  // inactiveHeaderFooterAnalysis
+    };
+
     static InactiveHeaderFooterAnalysis inactiveHeaderFooterAnalysis(const Archive& archive);
+    static HeaderFooterFindings headerFooterFindings(const Archive& archive);
+    // detectOrphanedHeadersFooters followed by detectInactiveHeaderFooterReferences.
+    static std::vector<MetadataItem> detectHeadersAndFooters(const Archive& archive);
     // Per section: "first" references are inactive without a title page, "even" references
     // without even-and-odd headers; everything else is active.
     static HeaderFooterClassification classifyHeaderFooterReferences(const XMLElement& documentRoot,

@@ -7,10 +7,11 @@ namespace tavrin {
 
 std::set<std::string> OfficeHiddenContentDetector::pathsToRemove(const Archive& archive) {
     std::set<std::string> paths;
-    for (const auto& item : detectOrphanedHeadersFooters(archive))
+    const auto headersAndFooters = headerFooterFindings(archive);
+    for (const auto& item : headersAndFooters.orphaned)
         if (item.isRemovable) paths.insert(item.key);
     auto add = [&](const auto& more) { paths.insert(more.begin(), more.end()); };
-    add(inactiveHeaderFooterAnalysis(archive).pathsToDrop);
+    add(headersAndFooters.inactive.pathsToDrop);
     add(printerSettingsPaths(archive));
     add(latentDataSourcePartsToDrop(archive));
     add(hiddenWorksheetPaths(archive));

@@ -82,16 +82,6 @@ struct Switches {
 bool isThumbnailPath(const std::string& lower) { return startsWith(lower, "docprops/thumbnail."); }
 bool isSatellitePath(const std::string& lower) { return endsWith(lower, ".rels") || lower == "[content_types].xml"; }
 
-std::optional<std::string> partText(const Archive& archive, std::string_view name) {
-    const auto entry = archiveEntry(name, archive);
-    if (!entry) return std::nullopt;
-    try {
-        return OfficeTextEncoding::decodeXML(extractEntry(archive, *entry));
-    } catch (const ArchiveError&) {
-        return std::nullopt;
-    }
-}
-
 // One package cleaning: the walk over the source, the transforms, and what it records.
 // The extended properties without their lists of part titles (sheet names, slide titles) and
 // the heading pairs that count them; nothing when the text does not parse.
@@ -462,7 +452,8 @@ bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
 
 bool hiddenContentResidue(const Archive& archive) {
     using D = OfficeHiddenContentDetector;
-    return !D::detectOrphanedHeadersFooters(archive).empty() || !D::inactiveHeaderFooterAnalysis(archive).inactiveReferences.empty() ||
+    const auto headersAndFooters = D::headerFooterFindings(archive);
+    return !headersAndFooters.orphaned.empty() || !headersAndFooters.inactive.inactiveReferences.empty() ||
            !D::detectSettingsLatentData(archive).empty() || !D::printerSettingsPaths(archive).empty() ||
            !D::hiddenWorksheetPaths(archive).empty() || !D::hiddenSlidePaths(archive).empty();
 }

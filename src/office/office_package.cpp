@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "office/office_text_encoding.h"
+
 namespace tavrin {
 
 std::size_t OfficeRelationship::hash() const {
@@ -27,22 +29,48 @@ std::optional<Entry> archiveEntry(std::string_view name, const Archive& archive)
     return std::nullopt;
 }
 
-std::vector<std::uint8_t> extractEntry(const Archive& archive, const Entry& entry) {
+namespace {
+
+template <typename Bytes>
+Bytes extracted(const Archive& archive, const Entry& entry) {
     enforce(entry.uncompressedSize() <= maximumPartSize, ArchiveError::Case::invalidEntrySize);
-    std::vector<std::uint8_t> bytes;
+    Bytes bytes;
     bytes.reserve(static_cast<std::size_t>(entry.uncompressedSize()));
-    archive.extract(entry, Archive::defaultReadChunkSize, false, nullptr,
-                    [&](std::span<const std::uint8_t> chunk) { bytes.insert(bytes.end(), chunk.begin(), chunk.end()); });
+    archive.extract(entry, Archive::defaultReadChunkSize, false, nullptr, [&](std::span<const std::uint8_t> chunk) {
+        bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+    });
     return bytes;
 }
+
+}  // namespace
+
+std::vector<std::uint8_t> extractEntry(const Archive& archive, const Entry& entry) {
+    return extracted<std::vector<std::uint8_t>>(archive, entry);
+}
+
+std::string extractEntryText(const Archive& archive, const Entry& entry) { return extracted<std::string>(archive, entry); }
 
 }  // namespace tavrin
 
 namespace tavrin {
 
 std::optional<XMLDocument> parsedPart(const Archive& archive, const Entry& entry) {
+    std::optional<std::string> text;
     try {
-        return OfficeXMLDocument::parse(extractEntry(archive, entry));
+        // Decoded where it was inflated, and parsed where it lies: one copy of the part at most.
+        text = OfficeTextEncoding::decodeXML(extractEntryText(archive, entry));
+    } catch (const ArchiveError&) {
+        return std::nullopt;
+    }
+    if (!text) return std::nullopt;
+    return OfficeXMLDocument::parseText(*text);
+}
+
+std::optional<std::string> partText(const Archive& archive, std::string_view name) {
+    const auto entry = archiveEntry(name, archive);
+    if (!entry) return std::nullopt;
+    try {
+        return OfficeTextEncoding::decodeXML(extractEntryText(archive, *entry));
     } catch (const ArchiveError&) {
         return std::nullopt;
     }

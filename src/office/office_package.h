@@ -37,6 +37,8 @@ inline constexpr std::uint64_t maximumPartSize = 256ull << 20;
 // The whole decompressed part, checksum tested. Throws ArchiveError, including
 // `invalidEntrySize` for a part over `maximumPartSize`.
 std::vector<std::uint8_t> extractEntry(const Archive& archive, const Entry& entry);
+// The same bytes in a string, ready to be decoded in place as a part's text.
+std::string extractEntryText(const Archive& archive, const Entry& entry);
 
 }  // namespace tavrin
 
@@ -53,6 +55,9 @@ namespace tavrin {
 // OfficeXMLDocument. Nothing when it is missing, unreadable, too large or not acceptable XML.
 std::optional<XMLDocument> parsedPart(const Archive& archive, std::string_view name);
 std::optional<XMLDocument> parsedPart(const Archive& archive, const Entry& entry);
+// The decoded text of a part, for callers that read it without a tree. Nothing when it is
+// missing, unreadable, too large or not text.
+std::optional<std::string> partText(const Archive& archive, std::string_view name);
 
 // The value of the first attribute of `element` with this local name, whatever its prefix.
 std::optional<std::string> attributeValue(const XMLElement& element, std::string_view localName);

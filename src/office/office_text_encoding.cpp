@@ -36,13 +36,13 @@ bool looksLikeMarkup(std::string_view text) {
 }
 
 // The first `count` scalars of UTF-8 text, lower-cased in ASCII.
-std::string lowerCasedPrefix(const std::string& text, std::size_t count) {
+std::string lowerCasedPrefix(std::string_view text, std::size_t count) {
     std::size_t end = 0;
     for (std::size_t scalars = 0; end < text.size() && scalars < count; ++scalars) {
         ++end;
         while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) ++end;
     }
-    std::string prefix = text.substr(0, end);
+    std::string prefix(text.substr(0, end));
     std::transform(prefix.begin(), prefix.end(), prefix.begin(), [](unsigned char c) {
         return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
     });
@@ -124,37 +124,76 @@ std::optional<std::string> OfficeTextEncoding::decodeUTF16WithoutBOM(std::span<c
     return std::nullopt;
 }
 
-std::optional<std::string> OfficeTextEncoding::decodeXML(std::span<const std::uint8_t> data) {
-    std::optional<std::string> text;
+namespace {
+
+// What decodeXML makes of some bytes: nothing, the bytes themselves as UTF-8 from `skip` on
+// (a byte order mark left out), or a text decoded from UTF-16.
+struct DecodedXML {
+    bool decoded = false;
+    std::size_t skip = 0;
+    std::optional<std::string> transcoded;
+};
+
+DecodedXML decodeXMLText(std::span<const std::uint8_t> data) {
+    using E = OfficeTextEncoding;
+    const std::string_view bytes(reinterpret_cast<const char*>(data.data()), data.size());
+    // The text as UTF-8, or as decoded from UTF-16; which one is known by `transcoded`.
+    bool utf8 = false;
+    std::optional<std::string> transcoded;
     // 1. A byte order mark decides, when its decoding works.
     if (data.size() >= 2) {
-        if (data.size() >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) text = decodeUTF8(data);
-        else if (data[0] == 0xFE && data[1] == 0xFF) text = decodeUTF16(data, true);
-        else if (data[0] == 0xFF && data[1] == 0xFE) text = decodeUTF16(data, false);
+        if (data.size() >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) utf8 = E::isValidUTF8(bytes);
+        else if (data[0] == 0xFE && data[1] == 0xFF) transcoded = E::decodeUTF16(data, true);
+        else if (data[0] == 0xFF && data[1] == 0xFE) transcoded = E::decodeUTF16(data, false);
     }
-    if (!text) {
+    if (!utf8 && !transcoded) {
         // 3. Many zero bytes near the start mean UTF-16 without a mark.
         const std::size_t taken = std::min<std::size_t>(data.size(), 256);
         const auto zeros = std::count(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(taken), 0);
         const bool looksUTF16 = taken >= 4 && static_cast<double>(zeros) / static_cast<double>(taken) > 0.2;
         if (looksUTF16) {
-            text = decodeUTF16WithoutBOM(data);
-            if (!text) text = decodeUTF8(data);
-        } else if ((text = decodeUTF8(data))) {
+            transcoded = E::decodeUTF16WithoutBOM(data);
+            if (!transcoded) utf8 = E::isValidUTF8(bytes);
+        } else if ((utf8 = E::isValidUTF8(bytes))) {
             // 4. A declaration that claims UTF-16 is believed only if the bytes agree.
-            const std::string head = lowerCasedPrefix(*text, 120);
+            const std::string head = lowerCasedPrefix(bytes, 120);
             if (head.find("encoding=\"utf-16\"") != std::string::npos || head.find("encoding='utf-16'") != std::string::npos)
-                if (auto utf16 = decodeUTF16WithoutBOM(data)) text = std::move(utf16);
+                if ((transcoded = E::decodeUTF16WithoutBOM(data))) utf8 = false;
         } else {
             // 5.
-            text = decodeUTF16WithoutBOM(data);
+            transcoded = E::decodeUTF16WithoutBOM(data);
         }
     }
-    if (!text) return std::nullopt;
-    // 6. Non-text data that happens to decode is refused.
-    if (text->compare(0, 3, byteOrderMark) == 0) text->erase(0, 3);
-    if (!looksLikeMarkup(*text)) return std::nullopt;
-    return text;
+    // 6. A leading mark is dropped; non-text data that happens to decode is refused.
+    DecodedXML result;
+    if (transcoded) {
+        if (transcoded->compare(0, 3, byteOrderMark) == 0) transcoded->erase(0, 3);
+        if (!looksLikeMarkup(*transcoded)) return result;
+        result.decoded = true;
+        result.transcoded = std::move(transcoded);
+    } else if (utf8) {
+        result.skip = bytes.substr(0, 3) == byteOrderMark ? 3 : 0;
+        if (!looksLikeMarkup(bytes.substr(result.skip))) return result;
+        result.decoded = true;
+    }
+    return result;
+}
+
+}  // namespace
+
+std::optional<std::string> OfficeTextEncoding::decodeXML(std::span<const std::uint8_t> data) {
+    auto decoded = decodeXMLText(data);
+    if (!decoded.decoded) return std::nullopt;
+    if (decoded.transcoded) return std::move(decoded.transcoded);
+    return std::string(reinterpret_cast<const char*>(data.data()) + decoded.skip, data.size() - decoded.skip);
+}
+
+std::optional<std::string> OfficeTextEncoding::decodeXML(std::string&& data) {
+    auto decoded = decodeXMLText(std::span(reinterpret_cast<const std::uint8_t*>(data.data()), data.size()));
+    if (!decoded.decoded) return std::nullopt;
+    if (decoded.transcoded) return std::move(decoded.transcoded);
+    data.erase(0, decoded.skip);
+    return std::move(data);
 }
 
 }  // namespace tavrin

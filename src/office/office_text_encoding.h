@@ -14,6 +14,9 @@ struct OfficeTextEncoding {
     // The part as UTF-8 text, or nothing when it does not decode to text that holds a "<" and
     // no NUL. A leading byte order mark is dropped.
     static std::optional<std::string> decodeXML(std::span<const std::uint8_t> data);
+    // The same on bytes held in a string, which is handed back as the text, without a copy,
+    // when they are UTF-8.
+    static std::optional<std::string> decodeXML(std::string&& data);
     // Little-endian first, then big-endian; a candidate counts when it decodes and holds a "<"
     // and no NUL.
     static std::optional<std::string> decodeUTF16WithoutBOM(std::span<const std::uint8_t> data);

@@ -61,6 +61,162 @@ bool isLatentRelationshipType(std::string_view type) {
            latentRelationshipTypeSuffixes.end();
 }
 
+// What word/document.xml says about headers and footers, read in one pass without a tree: a
+// large document costs a fraction of its tree to scan, and the detectors share one scan.
+struct DocumentReferences {
+    struct Reference {
+        std::string kind;  // "headerReference" or "footerReference"
+        std::string type;  // its "type", or "default"
+        std::optional<std::string> rId;
+    };
+    struct Section {
+        bool titlePage = false;
+        std::vector<Reference> references;
+    };
+    // The attribute with local name "id" of every reference, wherever it stands.
+    std::vector<std::optional<std::string>> referenceIds;
+    // Each sectPr in document order (an outer one before those inside it) with its own references.
+    std::vector<Section> sections;
+};
+
+// The relationship id of a start tag, by the rule of rIdAttribute.
+std::optional<std::string> rIdOf(const XMLStartTag& tag) {
+    static constexpr std::string_view relationshipsNamespace =
+        "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
+    for (std::size_t i = 0; i < tag.attributeCount(); ++i)
+        if (tag.attributeName(i) == "r:id") {
+            if (auto value = tag.attributeValue(i); !value.empty()) return value;
+            break;
+        }
+    for (std::size_t i = 0; i < tag.attributeCount(); ++i)
+        if (tag.attributeLocalName(i) == "id" && tag.attributeURI(i) == relationshipsNamespace)
+            if (auto value = tag.attributeValue(i); !value.empty()) return value;
+    for (std::size_t i = 0; i < tag.attributeCount(); ++i)
+        if (tag.attributeLocalName(i) == "id") {
+            if (auto value = tag.attributeValue(i); !value.empty()) return value;
+            break;
+        }
+    return std::nullopt;
+}
+
+// Nothing when the document is missing or unusable, as a document that does not parse.
+std::optional<DocumentReferences> scanDocumentReferences(const Archive& archive) {
+    const auto text = partText(archive, "word/document.xml");
+    if (!text) return std::nullopt;
+    DocumentReferences found;
+    // For each open element, the index of its section when it is a sectPr, else none.
+    constexpr std::size_t none = static_cast<std::size_t>(-1);
+    std::vector<std::size_t> open;
+    const bool usable = OfficeXMLDocument::scanText(*text, [&](const XMLStartTag& tag) {
+        open.resize(tag.depth());
+        const std::size_t section = open.empty() ? none : open.back();
+        const std::string_view name = tag.localName();
+        if (name == "headerReference" || name == "footerReference") {
+            found.referenceIds.push_back(tag.attributeValue("id"));
+            if (section != none)
+                found.sections[section].references.push_back(
+                    {std::string(name), tag.attributeValue("type").value_or("default"), rIdOf(tag)});
+        } else if (name == "titlePg" && section != none) {
+            const auto value = tag.attributeValue("val");
+            if (!value || !OfficeXMLScrubber::isSTOnOffFalse(*value)) found.sections[section].titlePage = true;
+        }
+        std::size_t own = none;
+        if (name == "sectPr") {
+            own = found.sections.size();
+            found.sections.emplace_back();
+        }
+        open.push_back(own);
+    });
+    if (!usable) return std::nullopt;
+    return found;
+}
+
+// The rule of classifyHeaderFooterReferences: first-page references need a title page, even-page
+// references need even-and-odd headers, all others are active.
+bool isInactiveReference(std::string_view type, bool titlePage, bool evenAndOddEnabled) {
+    return (type == "first" && !titlePage) || (type == "even" && !evenAndOddEnabled);
+}
+
+std::optional<std::set<std::string>> referencedPaths(const Archive& archive,
+                                                     const std::optional<DocumentReferences>& document) {
+    if (!document) return std::nullopt;
+    const auto rels = parsedPart(archive, "word/_rels/document.xml.rels");
+    if (!rels) return std::nullopt;
+    std::map<std::string, std::string> targets;
+    forEachElement(*rels->rootElement(), [&](XMLElement& element) {
+        if (element.localName() != "Relationship") return;
+        const auto id = attribute(element, "Id");
+        const auto target = attribute(element, "Target");
+        // Joined without resolving: an absolute target does not match its part here.
+        if (id && target) targets.emplace(*id, lowerCasedPath("word/" + trimmedSlashes(*target)));
+    });
+    std::set<std::string> referenced;
+    for (const auto& id : document->referenceIds)
+        if (id)
+            if (const auto target = targets.find(*id); target != targets.end()) referenced.insert(target->second);
+    return referenced;
+}
+
+D::InactiveHeaderFooterAnalysis inactiveAnalysis(const Archive& archive, const std::optional<DocumentReferences>& document) {
+    D::InactiveHeaderFooterAnalysis analysis;
+    if (!document) return analysis;
+    const bool evenAndOdd = D::evenAndOddHeadersEnabled(archive);
+    const auto targets = firstTargetByID(D::relationships(archive, "word/_rels/document.xml.rels"));
+    const auto partPath = [&](const DocumentReferences::Reference& reference) -> std::string {
+        if (!reference.rId) return "";
+        const auto target = targets.find(*reference.rId);
+        if (target == targets.end()) return "";
+        const std::string& t = target->second;
+        return storedPath(D::standardizedPartPath(startsWith(t, "/") ? t : "word/" + t), archive);
+    };
+    std::set<std::string> active;
+    std::vector<std::string> candidates;
+    // All active references first, as the classification lists them, then the inactive ones.
+    for (const auto& section : document->sections)
+        for (const auto& reference : section.references)
+            if (!isInactiveReference(reference.type, section.titlePage, evenAndOdd))
+                if (auto path = partPath(reference); !path.empty()) active.insert(lowerCasedPath(path));
+    for (const auto& section : document->sections)
+        for (const auto& reference : section.references) {
+            if (!isInactiveReference(reference.type, section.titlePage, evenAndOdd)) continue;
+            auto path = partPath(reference);
+            if (!path.empty()) candidates.push_back(path);
+            analysis.inactiveReferences.push_back(D::InactiveReferenceInfo{reference.kind, reference.type, std::move(path)});
+        }
+    // A part that an active reference also shows stays; only the inactive reference goes.
+    for (auto& candidate : candidates)
+        if (!active.count(lowerCasedPath(candidate))) analysis.pathsToDrop.insert(std::move(candidate));
+    return analysis;
+}
+
+// Header and footer parts of the package, by their stored paths.
+std::vector<std::string> headerFooterParts(const Archive& archive) {
+    std::vector<std::string> parts;
+    for (const auto& entry : archive) {
+        if (entry.type() != EntryType::file) continue;
+        const std::string lower = lowerCasedPath(entry.path());
+        const std::string_view name = lastPathComponent(lower);
+        if (startsWith(lower, "word/") && endsWith(name, ".xml") && (startsWith(name, "header") || startsWith(name, "footer")))
+            parts.push_back(entry.path());
+    }
+    return parts;
+}
+
+std::vector<MetadataItem> orphanedItems(const std::vector<std::string>& candidates,
+                                        const std::optional<std::set<std::string>>& referenced) {
+    std::vector<MetadataItem> items;
+    // Without a reliable picture of what is referenced, nothing is called orphaned.
+    if (!referenced) return items;
+    for (const auto& path : candidates) {
+        const std::string lower = lowerCasedPath(path);
+        if (referenced->count(lower)) continue;
+        const std::string_view name = lastPathComponent(lower);
+        const char* word = startsWith(name, "header") ? "Header" : startsWith(name, "footer") ? "Footer" : "Part";
+        items.push_back(finding("office.hidden." + path, path, std::string("Orphaned ") + word, path));
+    }
+    return items;
+}
+
 }  // namespace
 
 std::string OfficeHiddenContentDetector::standardizedPartPath(std::string_view path) {
@@ -135,31 +291,7 @@ OfficeHiddenContentDetector::HeaderFooterClassification OfficeHiddenContentDetec
 
 OfficeHiddenContentDetector::InactiveHeaderFooterAnalysis OfficeHiddenContentDetector::inactiveHeaderFooterAnalysis(
     const Archive& archive) {
-    InactiveHeaderFooterAnalysis analysis;
-    const auto document = parsedPart(archive, "word/document.xml");
-    if (!document) return analysis;
-    const auto classified = classifyHeaderFooterReferences(*document->rootElement(), evenAndOddHeadersEnabled(archive));
-    const auto targets = firstTargetByID(relationships(archive, "word/_rels/document.xml.rels"));
-    const auto partPath = [&](const HeaderFooterReference& reference) -> std::string {
-        if (!reference.rId) return "";
-        const auto target = targets.find(*reference.rId);
-        if (target == targets.end()) return "";
-        const std::string& t = target->second;
-        return storedPath(standardizedPartPath(startsWith(t, "/") ? t : "word/" + t), archive);
-    };
-    std::set<std::string> active;
-    for (const auto& reference : classified.active)
-        if (auto path = partPath(reference); !path.empty()) active.insert(lowerCasedPath(path));
-    std::vector<std::string> candidates;
-    for (const auto& reference : classified.inactive) {
-        auto path = partPath(reference);
-        if (!path.empty()) candidates.push_back(path);
-        analysis.inactiveReferences.push_back(InactiveReferenceInfo{reference.kind, reference.type, std::move(path)});
-    }
-    // A part that an active reference also shows stays; only the inactive reference goes.
-    for (auto& candidate : candidates)
-        if (!active.count(lowerCasedPath(candidate))) analysis.pathsToDrop.insert(std::move(candidate));
-    return analysis;
+    return inactiveAnalysis(archive, scanDocumentReferences(archive));
 }
 
 MetadataItem OfficeHiddenContentDetector::inactiveReferenceItem(const InactiveReferenceInfo& info, std::size_t index) {
@@ -182,48 +314,29 @@ std::vector<MetadataItem> OfficeHiddenContentDetector::detectInactiveHeaderFoote
 }
 
 std::optional<std::set<std::string>> OfficeHiddenContentDetector::referencedHeaderFooterPaths(const Archive& archive) {
-    const auto document = parsedPart(archive, "word/document.xml");
-    const auto rels = parsedPart(archive, "word/_rels/document.xml.rels");
-    if (!document || !rels) return std::nullopt;
-    std::map<std::string, std::string> targets;
-    forEachElement(*rels->rootElement(), [&](XMLElement& element) {
-        if (element.localName() != "Relationship") return;
-        const auto id = attribute(element, "Id");
-        const auto target = attribute(element, "Target");
-        // Joined without resolving: an absolute target does not match its part here.
-        if (id && target) targets.emplace(*id, lowerCasedPath("word/" + trimmedSlashes(*target)));
-    });
-    std::set<std::string> referenced;
-    forEachElement(*document->rootElement(), [&](XMLElement& element) {
-        const std::string name = element.localName();
-        if (name != "headerReference" && name != "footerReference") return;
-        if (const auto id = attributeValue(element, "id"))
-            if (const auto target = targets.find(*id); target != targets.end()) referenced.insert(target->second);
-    });
-    return referenced;
+    return referencedPaths(archive, scanDocumentReferences(archive));
 }
 
 std::vector<MetadataItem> OfficeHiddenContentDetector::detectOrphanedHeadersFooters(const Archive& archive) {
-    std::vector<std::string> candidates;
-    for (const auto& entry : archive) {
-        if (entry.type() != EntryType::file) continue;
-        const std::string lower = lowerCasedPath(entry.path());
-        const std::string_view name = lastPathComponent(lower);
-        if (startsWith(lower, "word/") && endsWith(name, ".xml") && (startsWith(name, "header") || startsWith(name, "footer")))
-            candidates.push_back(entry.path());
-    }
-    std::vector<MetadataItem> items;
-    if (candidates.empty()) return items;
-    // Without a reliable picture of what is referenced, nothing is called orphaned.
-    const auto referenced = referencedHeaderFooterPaths(archive);
-    if (!referenced) return items;
-    for (const auto& path : candidates) {
-        const std::string lower = lowerCasedPath(path);
-        if (referenced->count(lower)) continue;
-        const std::string_view name = lastPathComponent(lower);
-        const char* word = startsWith(name, "header") ? "Header" : startsWith(name, "footer") ? "Footer" : "Part";
-        items.push_back(finding("office.hidden." + path, path, std::string("Orphaned ") + word, path));
-    }
+    const auto candidates = headerFooterParts(archive);
+    if (candidates.empty()) return {};
+    return orphanedItems(candidates, referencedHeaderFooterPaths(archive));
+}
+
+OfficeHiddenContentDetector::HeaderFooterFindings OfficeHiddenContentDetector::headerFooterFindings(const Archive& archive) {
+    const auto document = scanDocumentReferences(archive);
+    HeaderFooterFindings findings;
+    if (const auto candidates = headerFooterParts(archive); !candidates.empty())
+        findings.orphaned = orphanedItems(candidates, referencedPaths(archive, document));
+    findings.inactive = inactiveAnalysis(archive, document);
+    return findings;
+}
+
+std::vector<MetadataItem> OfficeHiddenContentDetector::detectHeadersAndFooters(const Archive& archive) {
+    auto findings = headerFooterFindings(archive);
+    auto items = std::move(findings.orphaned);
+    for (std::size_t i = 0; i < findings.inactive.inactiveReferences.size(); ++i)
+        items.push_back(inactiveReferenceItem(findings.inactive.inactiveReferences[i], i));
     return items;
 }
 
