@@ -61,6 +61,14 @@ bool OfficeTextEncoding::isValidUTF8(std::string_view text) {
     std::size_t i = 0;
     const std::size_t n = text.size();
     while (i < n) {
+        // Markup is mostly ASCII: eight bytes at a time while no byte has its high bit set.
+        while (n - i >= 8) {
+            std::uint64_t word;
+            std::memcpy(&word, data + i, 8);
+            if (word & 0x8080808080808080ull) break;
+            i += 8;
+        }
+        if (i >= n) break;
         const std::uint8_t c = data[i];
         if (c < 0x80) {
             ++i;

@@ -400,8 +400,11 @@ std::string XMLDocument::xmlText(std::size_t expectedSize) const {
     // buffer into the string instead of building the whole text in memory twice.
     std::string text;
     text.reserve(expectedSize);
-    xmlSaveCtxtPtr save = xmlSaveToIO(appendToString, nullptr, &text, reinterpret_cast<const char*>(doc_->encoding),
-                                      XML_SAVE_AS_XML);
+    // A UTF-8 document is written as it is held, with no converter pass over the output; the
+    // declaration and the escaping are those of the converting path.
+    const char* encoding = reinterpret_cast<const char*>(doc_->encoding);
+    if (encoding && std::strcmp(encoding, "UTF-8") == 0) encoding = nullptr;
+    xmlSaveCtxtPtr save = xmlSaveToIO(appendToString, nullptr, &text, encoding, XML_SAVE_AS_XML);
     if (!save) throw XMLDocumentError(Case::invalidEdit, "the document could not be written");
     const long written = xmlSaveDoc(save, doc_);
     const int closed = xmlSaveClose(save);
