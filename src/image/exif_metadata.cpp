@@ -273,8 +273,11 @@ MetadataValue entryValue(const TiffStructure& s, const TiffEntry& e, Kind kind) 
             return MetadataValue::number(*s.doubleValue(e, 0) + *s.doubleValue(e, 1) / 60 + *s.doubleValue(e, 2) / 3600);
         if (e.tag == 7 && e.type == 5 && e.count == 3) {
             char buf[48];
-            std::snprintf(buf, sizeof buf, "%02d:%02d:%05.2f", static_cast<int>(*s.doubleValue(e, 0)) % 100,
-                          static_cast<int>(*s.doubleValue(e, 1)) % 100, std::fmod(*s.doubleValue(e, 2), 100.0));
+            // Rationals may hold anything up to 2^32 (or infinity): reduced before any conversion.
+            const auto twoDigits = [](double v) { return std::isfinite(v) ? static_cast<int>(std::fmod(v, 100.0)) : 0; };
+            const double seconds = *s.doubleValue(e, 2);
+            std::snprintf(buf, sizeof buf, "%02d:%02d:%05.2f", twoDigits(*s.doubleValue(e, 0)),
+                          twoDigits(*s.doubleValue(e, 1)), std::isfinite(seconds) ? std::fmod(seconds, 100.0) : 0.0);
             return MetadataValue::string(buf);
         }
         if ((e.tag == 27 || e.tag == 28) && e.type == 7) return MetadataValue::string(codedText(e.value, s.endian.little));
@@ -352,7 +355,8 @@ void addTopLevelFromTiff(const TiffStructure& s, const TiffPage& page, ExifConte
     if (auto w = number(256)) set(frame, key::pixelWidth, numberValue(*w));
     if (auto h = number(257)) set(frame, key::pixelHeight, numberValue(*h));
     set(frame, key::depth, numberValue(number(258).value_or(1)));
-    switch (static_cast<int>(number(262).value_or(-1))) {
+    const double photometric = number(262).value_or(-1);
+    switch (photometric >= 0 && photometric <= 65535 ? static_cast<int>(photometric) : -1) {
         case 0: case 1: set(frame, key::colorModel, MetadataValue::string("Gray")); break;
         case 2: case 3: case 6: set(frame, key::colorModel, MetadataValue::string("RGB")); break;
         case 5: set(frame, key::colorModel, MetadataValue::string("CMYK")); break;
