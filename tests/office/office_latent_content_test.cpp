@@ -366,6 +366,14 @@ TEST(OfficeWordLatentContent, dropsOnlyPartsThatNoActiveReferenceShows) {
     ASSERT_EQ(analysis.inactiveReferences.size(), 3u);
     // header1 is also the default header of the second section, so it stays.
     EXPECT_EQ(analysis.pathsToDrop, std::set<std::string>{"word/header2.xml"});
+    // Read once for both detectors, the document gives what each gives alone.
+    const auto findings = D::headerFooterFindings(archive);
+    EXPECT_EQ(findings.orphaned, D::detectOrphanedHeadersFooters(archive));
+    EXPECT_EQ(findings.inactive.pathsToDrop, analysis.pathsToDrop);
+    ASSERT_EQ(findings.inactive.inactiveReferences.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(D::inactiveReferenceItem(findings.inactive.inactiveReferences[i], i),
+                  D::inactiveReferenceItem(analysis.inactiveReferences[i], i));
     // Targets that climb out of the package are contained, never followed.
     EXPECT_EQ(D::latentDataSourcePartsToDrop(archive), std::set<std::string>{"word/recipientData.xml"});
     EXPECT_EQ(D::standardizedPartPath("word/../../etc/passwd"), "etc/passwd");
@@ -397,6 +405,13 @@ TEST(OfficeWordLatentContent, judgesTitlePagesAndEvenPagesPerSection) {
          {"first.headerReference"}},
         {"a title page in one section does not reach the next", "",
          section("", true) + section(reference("headerReference", "first", "rId1")), {"first.headerReference"}},
+        {"a section inside a section comes after it", "",
+         "<w:sectPr>" + reference("headerReference", "first", "rId1") + section(reference("footerReference", "even", "rId1")) +
+             reference("headerReference", "even", "rId1") + "</w:sectPr>",
+         {"first.headerReference", "even.headerReference", "even.footerReference"}},
+        {"a reference below a child of the section is not the section's", "",
+         "<w:sectPr><w:x>" + firstAndEven + "</w:x></w:sectPr>", {}},
+        {"an undeclared prefix hides a section", "", "<q:sectPr>" + firstAndEven + "</q:sectPr>", {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "office/office_part_classifier.h"
 #include "office/office_text_encoding.h"
 #include "office/office_xml_document.h"
@@ -60,6 +62,8 @@ TEST(OfficeTextEncoding, decodesThePartsFoundInTheWild) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(OfficeTextEncoding::decodeXML(row.data), row.expected);
+        // Bytes held in a string decode alike, in place.
+        EXPECT_EQ(OfficeTextEncoding::decodeXML(std::string(row.data.begin(), row.data.end())), row.expected);
     }
 }
 
@@ -222,6 +226,97 @@ TEST(XMLDocument, editsTextAttributesAndChildren) {
     EXPECT_EQ(dataText(document),
               "<?xml version=\"1.0\"?>\n<w:r xmlns:w=\"urn:w\" w:a=\"changed\" w:c=\"3\"><w:x/>"
               "<w:t>&lt;new &amp; \"quoted\"&gt;</w:t><w:z>z</w:z></w:r>\n");
+}
+
+// A part read in pieces, as the gates hand it over after rewriting its declaration, gives the
+// tree of the whole text; the attribute filter gives that tree with the attributes removed.
+TEST(XMLDocument, readsTextInPiecesAndLeavesOutFilteredAttributes) {
+    const std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<w:p xmlns:w=\"urn:w\" w:rsidR=\"1\" "
+                             "w:rsidP=\"2\"><w:r w:date=\"D\" w:val=\"a&amp;b \xC3\xA9\"><w:t>caf\xC3\xA9 &lt;&#x41;&gt;"
+                             "</w:t><!-- c --><![CDATA[<x>]]></w:r></w:p>\n";
+    const XMLDocument whole(bytes(text));
+    for (std::size_t cut = 0; cut <= text.size(); cut += 7) {
+        const std::string_view pieces[] = {std::string_view(text).substr(0, cut), std::string_view(text).substr(cut)};
+        const XMLDocument document(pieces, {});
+        EXPECT_EQ(document.xmlText(), dataText(whole)) << cut;
+    }
+
+    XMLDocument::ParseOptions options;
+    options.dropAttribute = [](std::string_view name) { return name.substr(0, 4) == "rsid" || name == "date"; };
+    const std::string_view one[] = {text};
+    const XMLDocument filtered(one, options);
+    XMLDocument edited(bytes(text));
+    auto root = *edited.rootElement();
+    root.removeAttributeForName("w:rsidR");
+    root.removeAttributeForName("w:rsidP");
+    root.firstChild()->asElement()->removeAttributeForName("w:date");
+    EXPECT_EQ(filtered.xmlText(), dataText(edited));
+    EXPECT_FALSE(filtered.hasUnboundPrefix());
+
+    // Names whose prefix no declaration binds are noted, and such attributes are never dropped.
+    const std::string unbound = "<a xmlns:w=\"urn:w\"><b x:rsidR=\"1\" w:rsidR=\"2\"/></a>";
+    const std::string_view unboundPieces[] = {unbound};
+    const XMLDocument kept(unboundPieces, options);
+    EXPECT_TRUE(kept.hasUnboundPrefix());
+    EXPECT_EQ(kept.xmlText(), "<?xml version=\"1.0\"?>\n<a xmlns:w=\"urn:w\"><b x:rsidR=\"1\"/></a>\n");
+    EXPECT_TRUE(XMLDocument(bytes("<a><x:b/></a>")).hasUnboundPrefix());
+    EXPECT_FALSE(XMLDocument(bytes("<a xml:space=\"preserve\"><b/></a>")).hasUnboundPrefix());
+
+    // The same refusals as a whole parse.
+    const std::string_view doctype[] = {"<!DOCTYPE a [<!ENTITY e \"x\">]>", "<a>&e;</a>"};
+    EXPECT_THROW(XMLDocument(doctype, {}), XMLDocumentError);
+    const std::string_view malformed[] = {"<a><b>", "</a>"};
+    EXPECT_THROW(XMLDocument(malformed, {}), XMLDocumentError);
+}
+
+// A scan without a tree names elements and attributes, and gives values, as the tree does.
+TEST(XMLDocument, scansStartTagsAsTheTreeNamesThem) {
+    const std::string text =
+        "<w:document xmlns:w=\"urn:w\" xmlns:r=\"urn:r\" xmlns=\"urn:d\"><w:body a=\"1\"><w:sectPr r:id=\"rId&amp;1\" "
+        "w:type=\"&lt;&#38;&#x26;&gt;\" plain=\"caf\xC3\xA9\t\"><w:titlePg/><q:x q:y=\"2\"/></w:sectPr><d/></w:body>"
+        "</w:document>";
+    const XMLDocument tree(bytes(text));
+    struct Seen {
+        std::string localName;
+        std::size_t depth;
+        std::vector<std::string> attributes;  // name, local name, URI and value of each
+        bool operator==(const Seen&) const = default;
+    };
+    std::vector<Seen> expected;
+    forEachElement(*tree.rootElement(), [&](XMLElement& element) {
+        Seen seen{element.localName(), 0, {}};
+        for (auto p = element.parent(); p && p->kind() == XMLNode::Kind::element; p = p->parent()) ++seen.depth;
+        for (const auto& a : element.attributes())
+            seen.attributes.push_back(a.name() + "|" + a.localName() + "|" + a.uri() + "|" + a.stringValue());
+        expected.push_back(seen);
+    });
+    std::vector<Seen> scanned;
+    const std::string_view pieces[] = {text};
+    ASSERT_TRUE(XMLDocument::scanStartTags(pieces, [&](const XMLStartTag& tag) {
+        Seen seen{std::string(tag.localName()), tag.depth(), {}};
+        for (std::size_t i = 0; i < tag.attributeCount(); ++i)
+            seen.attributes.push_back(tag.attributeName(i) + "|" + tag.attributeLocalName(i) + "|" +
+                                      std::string(tag.attributeURI(i)) + "|" + tag.attributeValue(i));
+        if (tag.localName() == "sectPr") {
+            EXPECT_EQ(tag.attributeValue("id"), "rId&1");
+            EXPECT_EQ(tag.attributeValue("missing"), std::nullopt);
+        }
+        scanned.push_back(seen);
+    }));
+    EXPECT_EQ(scanned, expected);
+    EXPECT_EQ(expected[4].localName, "q:x");  // an undeclared prefix stays in the name
+
+    const auto scan = [](std::string_view text) {
+        const std::string_view pieces[] = {text};
+        return XMLDocument::scanStartTags(pieces, [](const XMLStartTag&) {});
+    };
+    EXPECT_FALSE(scan("<a><b></a>"));
+    EXPECT_FALSE(scan("<!DOCTYPE a><a/>"));
+    EXPECT_FALSE(scan(""));
+    EXPECT_TRUE(scan("<?xml version=\"1.0\"?><a/>"));
+    // A visitor's error stops the scan and reaches the caller.
+    EXPECT_THROW(XMLDocument::scanStartTags(pieces, [](const XMLStartTag&) { throw std::runtime_error("stop"); }),
+                 std::runtime_error);
 }
 
 TEST(ForEachElement, visitsInDocumentOrderAndHonoursEditsBelowTheCurrentElement) {
