@@ -69,32 +69,37 @@ bool unbound(const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri
 void startElement(void* context, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri, int namespaceCount,
                   const xmlChar** namespaces, int attributeCount, int defaultedCount, const xmlChar** attributes) {
     ParseState& state = stateOf(context);
+    if (state.failure) return;
     if (unbound(localName, prefix, uri)) state.unboundPrefix = true;
-    bool dropsAny = false;
-    const auto dropped = [&](const xmlChar** attribute) {
-        if (unbound(attribute[0], attribute[1], attribute[2])) {
-            state.unboundPrefix = true;
-            return false;
+    try {
+        bool dropsAny = false;
+        int keptDefaulted = 0;
+        state.keptAttributes.clear();
+        for (int i = 0; i < attributeCount; ++i) {
+            const xmlChar** attribute = attributes + 5 * i;
+            const bool isUnbound = unbound(attribute[0], attribute[1], attribute[2]);
+            if (isUnbound) state.unboundPrefix = true;
+            if (!isUnbound && state.dropAttribute &&
+                (*state.dropAttribute)(reinterpret_cast<const char*>(attribute[0]))) {
+                dropsAny = true;
+                continue;
+            }
+            state.keptAttributes.insert(state.keptAttributes.end(), attribute, attribute + 5);
+            // Defaulted attributes (from a document type, which is refused anyway) come last.
+            if (i >= attributeCount - defaultedCount) ++keptDefaulted;
         }
-        return state.dropAttribute && (*state.dropAttribute)(reinterpret_cast<const char*>(attribute[0]));
-    };
-    for (int i = 0; i < attributeCount; ++i) dropsAny = dropped(attributes + 5 * i) || dropsAny;
-    if (!dropsAny) {
-        xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
-                              attributes);
-        return;
+        if (!dropsAny)
+            xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces, attributeCount,
+                                  defaultedCount, attributes);
+        else
+            xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces,
+                                  static_cast<int>(state.keptAttributes.size() / 5), keptDefaulted,
+                                  state.keptAttributes.data());
+    } catch (...) {
+        // Nothing may cross the parser's frames; the error reaches the caller after the parse.
+        state.failure = std::current_exception();
+        xmlStopParser(static_cast<xmlParserCtxtPtr>(context));
     }
-    state.keptAttributes.clear();
-    int keptDefaulted = 0;
-    for (int i = 0; i < attributeCount; ++i) {
-        const xmlChar** attribute = attributes + 5 * i;
-        if (dropped(attribute)) continue;
-        state.keptAttributes.insert(state.keptAttributes.end(), attribute, attribute + 5);
-        // Defaulted attributes (from a document type, which is refused anyway) come last.
-        if (i >= attributeCount - defaultedCount) ++keptDefaulted;
-    }
-    xmlSAX2StartElementNs(context, localName, prefix, uri, namespaceCount, namespaces,
-                          static_cast<int>(state.keptAttributes.size() / 5), keptDefaulted, state.keptAttributes.data());
 }
 
 // Feeds the parser from pieces of text that stay where they are.
@@ -265,6 +270,10 @@ XMLDocument::XMLDocument(std::span<const std::uint8_t> data) {
     const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType;
     const std::string reason = parserReason(parser);
     xmlFreeParserCtxt(parser);
+    if (state.failure) {
+        if (doc) xmlFreeDoc(doc);
+        std::rethrow_exception(state.failure);
+    }
     if (!wellFormed || !doc) {
         if (doc) xmlFreeDoc(doc);
         if (state.sawDocumentType) throw XMLDocumentError(Case::documentTypeNotAllowed);
@@ -287,6 +296,10 @@ XMLDocument::XMLDocument(std::span<const std::string_view> pieces, const ParseOp
     const bool wellFormed = parser->wellFormed != 0 && !state.sawDocumentType;
     const std::string reason = parserReason(parser);
     xmlFreeParserCtxt(parser);
+    if (state.failure) {
+        if (doc) xmlFreeDoc(doc);
+        std::rethrow_exception(state.failure);
+    }
     if (!wellFormed || !doc) {
         if (doc) xmlFreeDoc(doc);
         if (state.sawDocumentType) throw XMLDocumentError(Case::documentTypeNotAllowed);

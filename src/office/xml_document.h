@@ -160,7 +160,7 @@ public:
     explicit XMLDocument(std::span<const std::uint8_t> data);
     // Parses the concatenation of `pieces` (a rewritten declaration and the rest of a part, for
     // instance) where they lie: the parser reads them a little at a time, so that no copy of
-    // a large part is made. Throws like the constructor above.
+    // a large part is made. Throws like the constructor above, or what `dropAttribute` throws.
     XMLDocument(std::span<const std::string_view> pieces, const ParseOptions& options);
     ~XMLDocument();
     XMLDocument(XMLDocument&& other) noexcept;

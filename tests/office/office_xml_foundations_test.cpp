@@ -262,6 +262,11 @@ TEST(XMLDocument, readsTextInPiecesAndLeavesOutFilteredAttributes) {
     EXPECT_TRUE(XMLDocument(bytes("<a><x:b/></a>")).hasUnboundPrefix());
     EXPECT_FALSE(XMLDocument(bytes("<a xml:space=\"preserve\"><b/></a>")).hasUnboundPrefix());
 
+    // A filter's error stops the parse and reaches the caller.
+    XMLDocument::ParseOptions failing;
+    failing.dropAttribute = [](std::string_view) -> bool { throw std::runtime_error("stop"); };
+    EXPECT_THROW(XMLDocument(one, failing), std::runtime_error);
+
     // The same refusals as a whole parse.
     const std::string_view doctype[] = {"<!DOCTYPE a [<!ENTITY e \"x\">]>", "<a>&e;</a>"};
     EXPECT_THROW(XMLDocument(doctype, {}), XMLDocumentError);
