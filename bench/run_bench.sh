@@ -141,8 +141,11 @@ if [ -x "$build/bin/tavrin-zip-bench" ]; then
     "$tavrin" inspect "$docx" >/dev/null  # warm the page cache, as a user's second look would
     read -r secs peak <<<"$(measure "$tavrin" inspect "$docx")"
     printf '  %-28s %8ss %8s MB\n' "inspect large docx" "$secs" "$peak"
+    # The reader's own share, without the program's start-up.
+    [ -x "$build/bin/tavrin-office-inspect-bench" ] && "$build/bin/tavrin-office-inspect-bench" "$docx" 20 | sed 's/^/  /'
   fi
 fi
+[ -x "$build/bin/tavrin-office-scrub-bench" ] && "$build/bin/tavrin-office-scrub-bench" 300 5 | sed 's/^/  /'
 
 echo
 echo "Audio and video inspection"
