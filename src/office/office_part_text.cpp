@@ -6,21 +6,18 @@
 namespace tavrin {
 
 std::optional<XMLDocument> parsePartText(std::string_view text) {
-    if (!OfficeXMLDocument::nestingDepthWithinLimit(text)) return std::nullopt;
-    const std::string utf8 = OfficeXMLDocument::rewriteEncodingDeclarationToUTF8(text);
-    try {
-        XMLDocument document(std::span(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
-        if (!document.rootElement()) return std::nullopt;
-        document.setCharacterEncoding("UTF-8");
-        return document;
-    } catch (const XMLDocumentError&) {
-        return std::nullopt;
-    }
+    // Read in place: no copy of the part is made for the parser.
+    auto document = OfficeXMLDocument::parseText(text);
+    if (!document || !document->rootElement()) return std::nullopt;
+    document->setCharacterEncoding("UTF-8");
+    return document;
 }
 
 std::optional<std::string> serializedPartText(XMLDocument& document) {
-    const auto bytes = OfficeXMLDocument::serialize(document);
-    return OfficeTextEncoding::decodeUTF8(bytes);
+    document.setCharacterEncoding("UTF-8");
+    std::string text = document.xmlText();
+    if (!OfficeTextEncoding::isValidUTF8(text)) return std::nullopt;
+    return text;
 }
 
 }  // namespace tavrin
