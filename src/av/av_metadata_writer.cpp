@@ -5,6 +5,7 @@
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <map>
+#include <set>
 #include <system_error>
 
 #include "av/av_errors.h"
@@ -174,17 +175,17 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
             }
         }
     };
-    report(removed, result.removedItems, "removed");
-    report(kept, result.retainedItems, "retained");
-
     avformatSupport::RemuxRequest request{source, destination, *muxer, {}, false};
-    for (const auto& entry : kept) {
+    std::vector<AVMetadataEntry> carried;
+    for (auto& entry : kept) {
         if (auto tag = libraryTag(entry, *muxer)) {
             request.writeMetadataKeys |= entry.identifier.rfind("mdta/", 0) == 0;
             request.metadata.push_back(std::move(*tag));
+            carried.push_back(std::move(entry));
         } else {
             result.warnings.push_back(
                 {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
+            removed.push_back(std::move(entry));
         }
     }
     avformatSupport::RemuxOutcome outcome;
@@ -193,6 +194,31 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
     } catch (...) {
         throw PipelineError::writeFailed(destination, std::current_exception());
     }
+    // A muxer may still leave a tag out (an encoder name under bit-exact output, say). What the
+    // copy does not hold is reported as removed, never as kept.
+    if (!carried.empty()) {
+        std::set<std::string> written;
+        try {
+            for (const auto& entry : avAssetLoader::load(destination).metadata)
+                if (auto text = tagText(entry.value)) written.insert(std::move(*text));
+        } catch (const std::exception&) {
+            // An unreadable copy carries nothing we could name; every item is reported as gone.
+        }
+        std::vector<AVMetadataEntry> present;
+        for (auto& entry : carried) {
+            const auto text = tagText(entry.value);
+            if (text && written.count(*text)) {
+                present.push_back(std::move(entry));
+            } else {
+                result.warnings.push_back(
+                    {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
+                removed.push_back(std::move(entry));
+            }
+        }
+        carried = std::move(present);
+    }
+    report(removed, result.removedItems, "removed");
+    report(carried, result.retainedItems, "retained");
     if (outcome.droppedStreams > 0)
         result.warnings.push_back({"AVExport", fmt::format("Left out {} stream(s) without audio or video (cover art, "
                                                            "timecode or data tracks)",

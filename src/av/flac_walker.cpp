@@ -72,7 +72,7 @@ void readPicture(std::span<const std::uint8_t> b, AVAssetMetadata& out) {
     const std::uint32_t n = be32(b.data() + pos);
     enforce(n <= b.size() - pos - 4, Case::truncated, "FLAC picture data");
     const auto data = b.subspan(pos + 4, n);
-    out.add({"flac/PICTURE", "artwork", std::vector<std::uint8_t>(data.begin(), data.end())});
+    out.add({"comn/artwork", "artwork", std::vector<std::uint8_t>(data.begin(), data.end())});
 }
 
 }  // namespace
@@ -104,7 +104,7 @@ void walk(const ByteSource& src, AVAssetMetadata& out) {
         if (type == 4) readVorbisComment(src.readBytes(pos + 4, length, avLimits::maxStructureBytes), out);
         if (type == 6) {
             if (length <= avLimits::maxValueBytes) readPicture(src.readBytes(pos + 4, length, avLimits::maxValueBytes), out);
-            else out.add({"flac/PICTURE", "artwork", {}});
+            else out.add({"comn/artwork", "artwork", {}});
         }
         pos += 4 + length;
         if (last) break;

@@ -82,7 +82,20 @@ MetadataItem item(std::string id, std::string displayName, MetadataValue value, 
     return MetadataItem{id, id, std::move(displayName), std::move(value), category, MetadataSource::zipXML, isRemovable};
 }
 
+// Property parts hold a few dozen elements; a part with far more is hostile (a small entry
+// that inflates to millions of empty elements would cost gigabytes as a tree). The count is
+// taken by a tree-less scan before the tree is built.
+constexpr std::size_t maximumPropertyElements = 100'000;
+
 XMLDocument parseProperties(std::span<const std::uint8_t> data, const char* part) {
+    std::size_t elements = 0;
+    const std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
+    const std::string_view pieces[] = {text};
+    // A scan that fails leaves the precise reason to the parse below.
+    XMLDocument::scanStartTags(pieces, [&](const XMLStartTag&) { ++elements; });
+    if (elements > maximumPropertyElements)
+        throw OfficeMetadataReaderError::xmlParsingFailed(
+            part, "The part holds more than " + std::to_string(maximumPropertyElements) + " elements");
     try {
         return XMLDocument(data);
     } catch (const XMLDocumentError& e) {
@@ -90,22 +103,25 @@ XMLDocument parseProperties(std::span<const std::uint8_t> data, const char* part
     }
 }
 
-std::optional<XMLNode> firstByLocalName(const XMLDocument& document, std::string_view name) {
+// The first element of each wanted local name, in document order, found in one walk.
+std::vector<std::optional<XMLElement>> firstByLocalNames(const XMLDocument& document,
+                                                         const std::vector<std::string_view>& names) {
+    std::vector<std::optional<XMLElement>> found(names.size());
     const auto root = document.rootElement();
-    if (!root) return std::nullopt;
-    try {
-        auto nodes = root->nodesForXPath("//*[local-name()='" + std::string(name) + "']");
-        if (nodes.empty()) return std::nullopt;
-        return nodes.front();
-    } catch (const XMLDocumentError&) {
-        return std::nullopt;
+    std::size_t missing = names.size();
+    for (auto element = root; element && missing > 0; element = element->nextInWalk(*root)) {
+        const std::string_view local = element->localNameView();
+        for (std::size_t i = 0; i < names.size(); ++i)
+            if (!found[i] && names[i] == local) {
+                found[i] = *element;
+                --missing;
+            }
     }
+    return found;
 }
 
-std::optional<MetadataItem> extractXMLElement(const XMLDocument& document, const PropertyRow& row) {
-    const auto node = firstByLocalName(document, row.element);
-    if (!node) return std::nullopt;
-    std::string text = node->stringValue();
+std::optional<MetadataItem> extractXMLElement(const XMLNode& node, const PropertyRow& row) {
+    std::string text = node.stringValue();
     if (text.empty()) return std::nullopt;
     if (row.isDate) {
         auto date = parseInternetDateTime(text, FractionalSeconds::required);
@@ -119,9 +135,13 @@ std::optional<MetadataItem> extractXMLElement(const XMLDocument& document, const
 }
 
 std::vector<MetadataItem> extractRows(const XMLDocument& document, std::span<const PropertyRow> rows) {
+    std::vector<std::string_view> names;
+    for (const auto& row : rows) names.push_back(row.element);
+    const auto nodes = firstByLocalNames(document, names);
     std::vector<MetadataItem> items;
-    for (const auto& row : rows)
-        if (auto found = extractXMLElement(document, row)) items.push_back(std::move(*found));
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        if (nodes[i])
+            if (auto found = extractXMLElement(*nodes[i], rows[i])) items.push_back(std::move(*found));
     return items;
 }
 
@@ -178,15 +198,8 @@ std::vector<MetadataItem> OfficeMetadataReader::parseCustomXML(std::span<const s
     std::vector<MetadataItem> items;
     const auto root = document.rootElement();
     if (!root) return items;
-    std::vector<XMLNode> properties;
-    try {
-        properties = root->nodesForXPath("//*[local-name()='property']");
-    } catch (const XMLDocumentError&) {
-        return items;
-    }
-    for (const auto& node : properties) {
-        const auto property = node.asElement();
-        if (!property) continue;
+    for (auto property = root; property; property = property->nextInWalk(*root)) {
+        if (property->localNameView() != "property") continue;
         const auto name = property->attributeForName("name");
         if (!name || name->stringValue().empty()) continue;
         const std::string text = name->stringValue();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "office/office_package.h"
+#include "office/office_xml_scrubber.h"
 
 namespace tavrin {
 
@@ -173,8 +174,7 @@ bool OfficeResidueVerifier::commentResidue(const XMLElement& root) {
         // A marker without "val" is on.
         const auto value = attributeValue(element, "val");
         if (!value) return true;
-        const std::string lower = lowerCasedPath(*value);
-        return !(lower == "0" || lower == "false" || lower == "off" || lower == "no" || lower == "n");
+        return !OfficeXMLScrubber::isSTOnOffFalse(*value);
     });
 }
 

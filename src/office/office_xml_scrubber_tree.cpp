@@ -152,7 +152,9 @@ void OfficeXMLScrubber::blankIdentityElementText(XMLElement& element, bool isRos
     if (mixed) {
         // Child elements keep their own judgement; only this element's own words go.
         for (auto child : children)
-            if (child.kind() == XMLNode::Kind::text && scrubbing::containsNonWhitespace(child.stringValue()))
+            // CDATA is text too: a name inside it is as much this element's own words.
+            if ((child.kind() == XMLNode::Kind::text || child.kind() == XMLNode::Kind::cdata) &&
+                scrubbing::containsNonWhitespace(child.stringValue()))
                 child.detach();
     } else if (!element.stringValue().empty()) {
         element.setStringValue("");

@@ -117,8 +117,15 @@ ProbedMedia probe(const std::filesystem::path& path) {
     AVFormatContext* in = nullptr;
     check(avformat_open_input(&in, path.c_str(), nullptr, nullptr), "open");
     check(avformat_find_stream_info(in, nullptr), "stream info");
+    auto collectTags = [&](const AVDictionary* dictionary) {
+        const AVDictionaryEntry* e = nullptr;
+        while ((e = av_dict_get(dictionary, "", e, AV_DICT_IGNORE_SUFFIX)))
+            media.tags.push_back(std::string(e->key) + "=" + e->value);
+    };
+    collectTags(in->metadata);
     for (unsigned i = 0; i < in->nb_streams; ++i) {
         const AVStream* s = in->streams[i];
+        collectTags(s->metadata);
         media.streams.push_back({avcodec_get_name(s->codecpar->codec_id),
                                  av_get_media_type_string(s->codecpar->codec_type)});
     }

@@ -138,6 +138,8 @@ struct StreamInfo {
 struct ProbedMedia {
     std::vector<StreamInfo> streams;
     std::int64_t packets = 0;
+    // Every container and stream tag libavformat sees, as "key=value".
+    std::vector<std::string> tags;
 };
 // What libavformat reads back from a file.
 ProbedMedia probe(const std::filesystem::path& path);

@@ -171,7 +171,9 @@ std::vector<WalkCase> walkCases() {
                       {"Common.artist", s("Ana Singer"), C::authorIdentity},
                       {"Common.title", s("Take 6")},
                       {"AV.RECORDIST", s("Bo")},
-                      {"AV.PICTURE", MetadataValue::data({'P', 'N', 'G', 'D', 'A', 'T', 'A'})}}});
+                      {"Common.artwork", MetadataValue::data({'P', 'N', 'G', 'D', 'A', 'T', 'A'})}},
+                     // The picture is listed once, under its common key only.
+                     {"AV.PICTURE", "common.PICTURE"}});
     return cases;
 }
 

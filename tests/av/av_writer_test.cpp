@@ -7,6 +7,7 @@
 #include "av/av_metadata_writer.h"
 #include "av_fixtures.h"
 #include "engine/pipeline_error.h"
+#include "engine/tavrin_engine.h"
 #include "support/test_support.h"
 
 namespace tavrin {
@@ -58,6 +59,13 @@ TEST(AVMetadataWriter, copiesEveryStreamAndDropsEveryTagOnAFullStrip) {
         const auto after = probe(out);
         EXPECT_EQ(after.streams, before.streams);
         EXPECT_EQ(after.packets, before.packets);
+        // The media library itself finds none of the dirty values among the copy's tags.
+        bool sourceTagged = false;
+        for (const auto& tag : before.tags)
+            for (const auto& dirty : kDirtyValues) sourceTagged |= tag.find(dirty) != std::string::npos;
+        EXPECT_TRUE(sourceTagged) << "the fixture carries no tag the media library reads";
+        for (const auto& tag : after.tags)
+            for (const auto& dirty : kDirtyValues) EXPECT_EQ(tag.find(dirty), std::string::npos) << tag;
         const std::string bytes = testing::readFile(out);
         for (const auto& dirty : kDirtyValues) EXPECT_EQ(bytes.find(dirty), std::string::npos) << dirty;
         for (const auto& item : AVMetadataReader::loadMetadataSync(out))
@@ -85,6 +93,9 @@ TEST(AVMetadataWriter, keepsWhatASelectiveProfileKeeps) {
     EXPECT_EQ(after["QuickTimeMetadata.com.apple.quicktime.model"], MetadataValue::string("Test Phone 15"));
     EXPECT_FALSE(after.count("QuickTimeMetadata.com.apple.quicktime.location.ISO6709"));
     EXPECT_EQ(testing::readFile(dir / "out.mov").find("+48.8584"), std::string::npos);
+    // What is reported as kept is in the copy; what the container cannot carry is reported as
+    // removed, with a warning.
+    for (const auto& id : retained) EXPECT_TRUE(after.count(id)) << "reported as kept, missing from the copy: " << id;
 }
 
 TEST(AVMetadataWriter, choosesTheModeFromTheProfile) {
@@ -107,6 +118,43 @@ TEST(AVMetadataWriter, choosesTheModeFromTheProfile) {
     ASSERT_EQ(kept.size(), 1u);
     EXPECT_EQ(kept[0].identifier, "mdta/com.apple.quicktime.make");
     EXPECT_EQ(removed.size(), 2u);
+}
+
+// The engine has the writer for six types and still cleans none of them: the strict gate refuses
+// each with its text, and nothing is written.
+TEST(AVMetadataWriter, isRegisteredButEveryTypeIsRefusedByTheStrictGate) {
+    const TavrinEngine engine;
+    const auto cleanable = engine.supportedCleaningTypes();
+    for (FileType type : {FileType::mov, FileType::mp4, FileType::mp3, FileType::m4a, FileType::wav, FileType::aiff})
+        EXPECT_TRUE(cleanable.count(type)) << displayName(type);
+    for (FileType type : {FileType::avi, FileType::flac}) EXPECT_FALSE(cleanable.count(type)) << displayName(type);
+
+    const std::tuple<const char*, MediaRecipe, FileType> cases[] = {
+        {"clip.mov", {"mov", true, Audio::pcm, {}}, FileType::mov},
+        {"clip.mp4", {"mp4", true, Audio::mp3, {}}, FileType::mp4},
+        {"song.m4a", {"ipod", false, Audio::aac, {}}, FileType::m4a},
+        {"song.mp3", {"mp3", false, Audio::mp3, {}}, FileType::mp3},
+        {"take.wav", {"wav", false, Audio::pcm, {}}, FileType::wav},
+        {"take.aiff", {"aiff", false, Audio::pcm, {}}, FileType::aiff},
+    };
+    testing::TempDir dir;
+    const auto out = dir / "out";
+    std::filesystem::create_directories(out);
+    for (const auto& [name, recipe, type] : cases) {
+        SCOPED_TRACE(name);
+        const auto source = dir / name;
+        makeMedia(source, recipe);
+        try {
+            engine.clean(source, CleaningProfile::maximumPrivacy(), out);
+            ADD_FAILURE() << "cleaned";
+        } catch (const PipelineError& e) {
+            EXPECT_EQ(e.errorCase(), PipelineError::Case::formatNotVerifiedForCleaning);
+            EXPECT_EQ(std::string(e.what()), std::string(displayName(type)) +
+                                                 " cleaning is blocked in strict mode because metadata removal has "
+                                                 "not been fully verified for release.");
+        }
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(out));
 }
 
 // The round trip above covers the usual extensions; these are the others.

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
+#include <set>
 #include <nlohmann/json.hpp>
 
 #include "input_paths.h"
@@ -102,6 +104,36 @@ TEST(TavrinCommand, inspectReportsErrorsPerFile) {
     EXPECT_EQ(entries[0]["error"], "Cannot access file: gone.png");
     EXPECT_EQ(entries[0]["path"], (dir / "gone.png").string());
     EXPECT_TRUE(entries[1].contains("error"));  // a folder is not a file
+}
+
+// A phone's movie: its place, device, author and dates are shown, and cleaning it is refused.
+TEST(TavrinCommand, inspectsAMovieAndRefusesToCleanIt) {
+    const std::string movie = "samples/files/holiday-clip.mov";
+    const auto r = tavrin("inspect --json " + movie);
+    ASSERT_EQ(r.status, 0);
+    std::map<std::string, std::string> valueById;
+    std::set<std::string> categories;
+    const auto report = json::parse(r.out);
+    for (const auto& node : report[0]["rootNodes"])
+        for (const auto& child : node["children"]) {
+            categories.insert(child["item"]["category"].get<std::string>());
+            valueById[child["id"].get<std::string>()] = child["item"]["value"].dump();
+        }
+    for (const char* category : {"location", "deviceInfo", "authorIdentity", "timestamps", "softwareInfo"})
+        EXPECT_TRUE(categories.count(category)) << category;
+    EXPECT_NE(valueById["QuickTimeMetadata.com.apple.quicktime.location.ISO6709"].find("+43.6950+007.2710"),
+              std::string::npos);
+    EXPECT_NE(valueById["QuickTimeMetadata.com.apple.quicktime.model"].find("iPhone 15 Pro"), std::string::npos);
+    EXPECT_TRUE(valueById.count("AVAsset.creationDate"));
+
+    testing::TempDir dir;
+    std::string text;
+    EXPECT_EQ(testing::runCommand(std::string(std::getenv("TAVRIN_BIN")) + " clean --output-dir " +
+                                      testing::shellQuote(dir.path().string()) + " " + movie + " 2>&1",
+                                  &text),
+              1);
+    EXPECT_NE(text.find("QuickTime Movie cleaning is blocked in strict mode"), std::string::npos) << text;
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 // qpdf and the TLS library under it are loaded only for PDFs, from the module next to the

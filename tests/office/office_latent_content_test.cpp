@@ -360,6 +360,34 @@ TEST(OfficeWordLatentContent, removesTheAttachedTemplatePathWhenCleaning) {
     }
 }
 
+// A header whose target climbs out of the package is resolved inside it and never followed:
+// inspection names the reference, and cleaning refuses the package rather than write one whose
+// structure it cannot account for.
+TEST(OfficeWordLatentContent, containsTargetsThatClimbOutOfThePackage) {
+    auto b = package("word/document.xml", "<w:document " + W + "><w:body><w:p><w:r><w:t>Hi</w:t></w:r></w:p>" +
+                                              section(reference("headerReference", "first", "rId5")) +
+                                              "</w:body></w:document>");
+    b.add("word/_rels/document.xml.rels", rels({{"rId5", "header", "../../etc/passwd"}}));
+    const auto items = inspect(b, "docx");
+    expectFinding(items, "office.hidden.inactiveRef.0.first.headerReference",
+                  "word/document.xml#first.headerReference.0", "Inactive First-Page Header",
+                  "first header reference", true);
+    for (const auto& item : items) EXPECT_EQ(item.value.description().find("root:"), std::string::npos);
+
+    testing::TempDir dir;
+    b.write(dir / "escape.docx");
+    std::filesystem::create_directories(dir / "out");
+    const char* bin = std::getenv("TAVRIN_BIN");
+    std::string text;
+    EXPECT_EQ(testing::runCommand(std::string(bin ? bin : "build/bin/tavrin") + " clean --output-dir " +
+                                      testing::shellQuote((dir / "out").string()) + " " +
+                                      testing::shellQuote((dir / "escape.docx").string()) + " 2>&1",
+                                  &text),
+              1);
+    EXPECT_NE(text.find("so the cleaned copy was not produced"), std::string::npos) << text;
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
+}
+
 TEST(OfficeWordLatentContent, dropsOnlyPartsThatNoActiveReferenceShows) {
     const auto archive = archiveOf(wordDocument());
     const auto analysis = D::inactiveHeaderFooterAnalysis(archive);

@@ -293,7 +293,8 @@ TEST(OfficeXMLScrubber, genericPartsReachFurtherAndInAnotherOrder) {
 TEST(OfficeXMLScrubber, blanksRostersAndIdentityElements) {
     const std::string people =
         "<w15:people xmlns:w15=\"urn:w15\"><w15:person w15:author=\"Ann Smith\" name=\"Ann\" other=\"1\">"
-        "Ann's text<w15:presenceInfo w15:providerId=\"AD\" w15:userId=\"ann@acme\"/><name>kept name</name>"
+        "Ann's text<![CDATA[Ann Smith]]><w15:presenceInfo w15:providerId=\"AD\" w15:userId=\"ann@acme\"/>"
+        "<name>kept name</name>"
         "</w15:person><dc:creator xmlns:dc=\"urn:dc\" dc:lang=\"en\" email=\"a@b\">Ann</dc:creator>"
         "<author role=\"x\">Bob</author><coauthor>Eve</coauthor><authorship>stays</authorship>"
         "<cp:lastModifiedBy xmlns:cp=\"urn:cp\">Ann</cp:lastModifiedBy><e date=\"D\" dt=\"D\" when=\"D\"/></w15:people>";
@@ -305,6 +306,7 @@ TEST(OfficeXMLScrubber, blanksRostersAndIdentityElements) {
     const auto out = S::scrubIdentityFields(people, true, true);
     ASSERT_TRUE(out);
     EXPECT_EQ(canonicalXML(*out), canonicalXML(expected));
+    EXPECT_EQ(out->find("Ann Smith"), std::string::npos) << "a name in CDATA goes as text does";
 
     // Dates alone: names stay.
     const auto datesOnly = S::scrubIdentityFields("<r><author date=\"D\" name=\"Ann\">Ann</author></r>", false, true);
