@@ -15,7 +15,6 @@ using Case = ArchiveError::Case;
 
 constexpr std::uint16_t encryptedFlag = 1 << 0;
 constexpr std::uint16_t dataDescriptorFlag = 1 << 3;
-constexpr std::size_t maximumCommentLength = 0xFFFF;
 
 std::string lowerCased(std::string_view text) {
     std::string lower(text);
@@ -115,27 +114,35 @@ void Archive::load() {
     const std::uint64_t fileSize = storage_->size();
     enforce(fileSize >= EndOfCentralDirectoryRecord::fixedSize, Case::missingEndOfCentralDirectoryRecord);
 
-    // The record sits at most a maximal comment before the end; scan backwards for the first
-    // signature whose record, comment included, fits in the file.
-    const std::uint64_t tailSize = std::min<std::uint64_t>(fileSize, EndOfCentralDirectoryRecord::fixedSize + maximumCommentLength);
-    const auto tail = readAt(*storage_, fileSize - tailSize, tailSize);
-    std::optional<std::size_t> recordPosition;
-    for (std::size_t p = tail.size() - EndOfCentralDirectoryRecord::fixedSize + 1; p-- > 0;) {
-        if (readU32(tail.data() + p) != EndOfCentralDirectoryRecord::signature) continue;
-        const std::size_t commentLength = readU16(tail.data() + p + 20);
-        if (p + EndOfCentralDirectoryRecord::fixedSize + commentLength <= tail.size()) {
-            recordPosition = p;
-            break;
+    // Scan backwards, a window at a time and as far as the start of the file, for the first
+    // signature whose record, comment included, fits in the file. Data appended after an
+    // archive (a signature block, say) is passed over like a comment.
+    constexpr std::uint64_t fixed = EndOfCentralDirectoryRecord::fixedSize;
+    // The first window covers a maximal comment, where the record nearly always is.
+    std::uint64_t window = fixed + 0xFFFF;
+    std::optional<std::uint64_t> recordOffset;
+    for (std::uint64_t high = fileSize - fixed + 1; high > 0 && !recordOffset;) {  // candidates below `high`
+        const std::uint64_t low = high > window ? high - window : 0;
+        const auto bytes = readAt(*storage_, low, high - low + fixed - 1);
+        for (std::uint64_t p = high - low; p-- > 0;) {
+            if (readU32(bytes.data() + p) != EndOfCentralDirectoryRecord::signature) continue;
+            const std::uint64_t commentLength = readU16(bytes.data() + p + 20);
+            if (low + p + fixed + commentLength <= fileSize) {
+                recordOffset = low + p;
+                break;
+            }
         }
+        high = low;
+        window = 1 << 20;
     }
-    enforce(recordPosition.has_value(), Case::missingEndOfCentralDirectoryRecord);
-    endRecord_ = EndOfCentralDirectoryRecord::parse(std::span(tail).subspan(*recordPosition));
-    const std::uint64_t recordOffset = fileSize - tailSize + *recordPosition;
+    enforce(recordOffset.has_value(), Case::missingEndOfCentralDirectoryRecord);
+    const std::uint64_t commentLength = readU16(readAt(*storage_, *recordOffset + 20, 2).data());
+    endRecord_ = EndOfCentralDirectoryRecord::parse(readAt(*storage_, *recordOffset, fixed + commentLength));
 
     zip64End_.reset();
-    std::uint64_t limit = recordOffset;  // everything before the end records
-    if (recordOffset >= Zip64EndOfCentralDirectoryLocator::fixedSize) {
-        const std::uint64_t locatorOffset = recordOffset - Zip64EndOfCentralDirectoryLocator::fixedSize;
+    std::uint64_t limit = *recordOffset;  // everything before the end records
+    if (*recordOffset >= Zip64EndOfCentralDirectoryLocator::fixedSize) {
+        const std::uint64_t locatorOffset = *recordOffset - Zip64EndOfCentralDirectoryLocator::fixedSize;
         const auto locatorBytes = readAt(*storage_, locatorOffset, Zip64EndOfCentralDirectoryLocator::fixedSize);
         if (readU32(locatorBytes.data()) == Zip64EndOfCentralDirectoryLocator::signature) {
             Zip64EndOfCentralDirectory z;

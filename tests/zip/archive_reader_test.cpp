@@ -54,6 +54,9 @@ TEST(ZipReader, readsEveryStoredFormOfEntry) {
         // The entry ends, data descriptor and all, where the directory begins.
         EXPECT_EQ(entry->endOffset(), bytes.find(std::string("PK\x01\x02", 4)));
     }
+    // Data appended after the archive, however long, is passed over as a comment would be.
+    const auto appended = buildRawZip({{.name = "a", .data = "1"}}) + std::string(3 << 20, 'j');
+    EXPECT_EQ(openRaw(appended).entries().size(), 1u);
 }
 
 TEST(ZipReader, refusesHostileStructureWhenOpening) {
