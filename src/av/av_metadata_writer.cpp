@@ -196,18 +196,22 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
     }
     // A muxer may still leave a tag out (an encoder name under bit-exact output, say). What the
     // copy does not hold is reported as removed, never as kept.
+    // A copy our walkers cannot read proves nothing gone: its items stay reported as kept.
+    std::optional<std::set<std::string>> written;
     if (!carried.empty()) {
-        std::set<std::string> written;
         try {
+            written.emplace();
             for (const auto& entry : avAssetLoader::load(destination).metadata)
-                if (auto text = tagText(entry.value)) written.insert(std::move(*text));
+                if (auto text = tagText(entry.value)) written->insert(std::move(*text));
         } catch (const std::exception&) {
-            // An unreadable copy carries nothing we could name; every item is reported as gone.
+            written.reset();
         }
+    }
+    if (written) {
         std::vector<AVMetadataEntry> present;
         for (auto& entry : carried) {
             const auto text = tagText(entry.value);
-            if (text && written.count(*text)) {
+            if (text && written->count(*text)) {
                 present.push_back(std::move(entry));
             } else {
                 result.warnings.push_back(
