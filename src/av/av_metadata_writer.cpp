@@ -194,9 +194,9 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
     } catch (...) {
         throw PipelineError::writeFailed(destination, std::current_exception());
     }
-    // A muxer may still leave a tag out (an encoder name under bit-exact output, say). What the
-    // copy does not hold is reported as removed, never as kept.
-    // A copy our walkers cannot read proves nothing gone: its items stay reported as kept.
+    // A muxer may still leave a tag out (an encoder name under bit-exact output, say): what the
+    // copy does not hold is reported as removed, not as kept. A copy our walkers cannot read
+    // proves nothing gone, so its items stay reported as kept.
     std::optional<std::set<std::string>> written;
     if (!carried.empty()) {
         try {
