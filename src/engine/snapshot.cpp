@@ -108,7 +108,8 @@ MetadataValue valueFromJson(const json& j, int depth) {
     if (name == "bool") return MetadataValue::boolean(p.get<bool>());
     if (name == "date") {
         const double seconds = p.get<double>() + kReferenceEpoch;
-        if (!std::isfinite(seconds) || std::fabs(seconds) > 1e11)
+        // Nanoseconds since 1970 in 64 bits reach about 9.2e9 seconds either way.
+        if (!std::isfinite(seconds) || std::fabs(seconds) > 9e9)
             throw json::other_error::create(501, "date out of range", &j);
         return MetadataValue::date(Date(std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds))));
     }

@@ -74,6 +74,8 @@ std::optional<Date> parseInternetDateTime(std::string_view text, FractionalSecon
     if (at != text.size()) return std::nullopt;
     const year_month_day date{year{*y}, month{static_cast<unsigned>(*mo)}, day{static_cast<unsigned>(*d)}};
     if (!date.ok() || *h > 23 || *mi > 59 || *s > 59) return std::nullopt;
+    // A clock time in nanoseconds reaches only from 1677 to 2262; other years stay text.
+    if (*y < 1678 || *y > 2261) return std::nullopt;
     const auto moment = sys_days{date} + hours{*h} + minutes{*mi} + seconds{*s} + fractionPart - offset;
     return time_point_cast<system_clock::duration>(moment);
 }

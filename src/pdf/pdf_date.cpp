@@ -65,7 +65,8 @@ std::optional<Date> parsePDFDate(std::string_view text) {
     using namespace std::chrono;
     const year_month_day ymd{std::chrono::year{*year}, month{static_cast<unsigned>(field[0])},
                              day{static_cast<unsigned>(field[1])}};
-    if (!ymd.ok()) return std::nullopt;
+    // A clock time in nanoseconds reaches only from 1677 to 2262; other years stay text.
+    if (!ymd.ok() || *year < 1678 || *year > 2261) return std::nullopt;
     const auto local = sys_days{ymd} + hours{field[2]} + minutes{field[3]} + seconds{field[4]};
     return time_point_cast<system_clock::duration>(local - minutes{offsetMinutes});
 }

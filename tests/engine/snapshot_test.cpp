@@ -31,7 +31,8 @@ TEST(Snapshot, valueFormsHaveOneCaseKeyAroundUnderscoreZero) {
 
 TEST(Snapshot, malformedValuesAreRejected) {
     for (const char* text : {R"({})", R"({"string":{"_0":"a"},"integer":{"_0":1}})", R"({"string":{}})",
-                             R"({"nonsense":{"_0":1}})", R"({"data":{"_0":"@@@@"}})", R"("plain")"}) {
+                             R"({"nonsense":{"_0":1}})", R"({"data":{"_0":"@@@@"}})", R"("plain")",
+                             R"({"date":{"_0":1e10}})", R"({"date":{"_0":-1e10}})"}) {
         EXPECT_THROW(json::parse(text).get<MetadataValue>(), json::exception) << text;
     }
 }

@@ -99,6 +99,9 @@ TEST(OfficeMetadataReader, appliesThePropertyRulesToOddParts) {
          core + "<x:wrap xmlns:x=\"urn:x\"><q:creator xmlns:q=\"urn:q\">Deep <b>Name</b></q:creator></x:wrap>"
                 "</cp:coreProperties>",
          {{"Core.Creator", MetadataValue::string("Deep Name")}}},
+        {"a year the clock cannot hold stays text",
+         core + "<dcterms:created xmlns:dcterms=\"urn:t\">3020-01-01T00:00:00Z</dcterms:created></cp:coreProperties>",
+         {{"Core.Created", MetadataValue::string("3020-01-01T00:00:00Z")}}},
         {"a date that is no date stays text, untrimmed",
          core + "<dcterms:created xmlns:dcterms=\"urn:t\">yesterday </dcterms:created></cp:coreProperties>",
          {{"Core.Created", MetadataValue::string("yesterday ")}}},

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "pdf/pdf_date.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_navigation_inspector.h"
@@ -17,6 +18,16 @@ std::optional<MetadataItem> find(const MetadataTree& tree, const std::string& id
     for (const auto& item : tree.allItems())
         if (item.id == id) return item;
     return std::nullopt;
+}
+
+// Dates a 64-bit nanosecond clock cannot hold stay text instead of overflowing (found by fuzzing).
+TEST(PDFDate, parsesOnlyYearsTheClockCanHold) {
+    using namespace std::chrono;
+    EXPECT_EQ(parsePDFDate("D:20240305140209+01'00'"), sys_days{year{2024} / 3 / 5} + hours{13} + minutes{2} + seconds{9});
+    EXPECT_TRUE(parsePDFDate("D:22611231235959-23'59'"));
+    EXPECT_TRUE(parsePDFDate("D:16780101000000+23'59'"));
+    for (const char* text : {"D:30200101120000Z", "D:99991231235959Z", "D:22620101000000Z", "D:16771231235959Z", "D:0000"})
+        EXPECT_FALSE(parsePDFDate(text)) << text;
 }
 
 TEST(PDFMetadataReader, readsTheLastRevisionsInfoWithParsedDatesAlsoFromObjectStreams) {
