@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
     writeDirtyTIFF(small / "receipt.tiff", 64, 72, 19);
     writeFile(small / "sticker.webp", dirtyWebP(320, 240, 4));
     writeFile(small / "banner.webp", dirtyWebP(480, 160, 20));
-    writeFile(small / "icon.webp", dirtyWebP(128, 128, 21));
+    writeFile(small / "icon.webp", dirtyWebP(176, 176, 21));
     writeFile(small / "animation.gif", dirtyGIF(128, 96, 5));
     writeFile(small / "reaction.gif", dirtyGIF(96, 96, 22));
     if (auto heic = dirtyHEIC(256, 192, 6); !heic.empty()) writeFile(small / "phone.heic", heic);
