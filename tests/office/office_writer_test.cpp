@@ -367,6 +367,19 @@ TEST(OfficeWriter, refusesMediaItCannotDecodeWhenImageMetadataIsRemoved) {
     EXPECT_EQ(refusal(builder.bytes(), profileOf({MetadataCategory::location})), PipelineError::Case::outputVerificationFailed);
 }
 
+// A ZIP without content types or package relationships is no Office package; its copy would
+// open in no Office program, so none is made.
+TEST(OfficeWriter, refusesAZipWithoutTheOfficePackageParts) {
+    const auto dirty = testing::dirtyDocument({});
+    for (const char* missing : {"[Content_Types].xml", "_rels/.rels"}) {
+        SCOPED_TRACE(missing);
+        OfficePackageBuilder bad;
+        for (const auto& [path, data] : dirty.parts())
+            if (path != missing) bad.add(path, data);
+        EXPECT_EQ(refusal(bad.bytes()), PipelineError::Case::outputVerificationFailed);
+    }
+}
+
 TEST(OfficeWriter, refusesASourceThatIsNoArchive) {
     EXPECT_EQ(refusal(Bytes{'n', 'o', 't', ' ', 'z', 'i', 'p'}), PipelineError::Case::writeFailed);
 }
