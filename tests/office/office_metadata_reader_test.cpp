@@ -153,9 +153,9 @@ TEST(OfficeMetadataReader, refusesPackagesItCannotRead) {
               "Failed to parse core.xml: The part holds more than 100000 elements");
 
     // A property part whose data fails its checksum ends the read with the archive's error.
-    testing::writeFile(dir / "crc.docx", testing::buildRawZip({{"[Content_Types].xml", "<Types/>"},
-                                                               {"docProps/core.xml", "<c/>", true, false, true, false,
-                                                                0xFFFF, 0, 0x12345678u}}));
+    testing::writeFile(dir / "crc.docx",
+                       testing::buildRawZip({{.name = "[Content_Types].xml", .data = "<Types/>"},
+                                             {.name = "docProps/core.xml", .data = "<c/>", .deflate = true, .crc = 0x12345678u}}));
     EXPECT_NE(message(dir / "crc.docx").find("checksum"), std::string::npos) << message(dir / "crc.docx");
 
     // Without property parts the tree holds only what the detectors find: here nothing.
