@@ -175,6 +175,12 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
             }
         }
     };
+    // A kept entry the copy does not hold is reported as removed, with a warning.
+    auto leftOut = [&](AVMetadataEntry& entry) {
+        result.warnings.push_back(
+            {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
+        removed.push_back(std::move(entry));
+    };
     avformatSupport::RemuxRequest request{source, destination, *muxer, {}, false};
     std::vector<AVMetadataEntry> carried;
     for (auto& entry : kept) {
@@ -183,9 +189,7 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
             request.metadata.push_back(std::move(*tag));
             carried.push_back(std::move(entry));
         } else {
-            result.warnings.push_back(
-                {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
-            removed.push_back(std::move(entry));
+            leftOut(entry);
         }
     }
     avformatSupport::RemuxOutcome outcome;
@@ -211,13 +215,8 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
         std::vector<AVMetadataEntry> present;
         for (auto& entry : carried) {
             const auto text = tagText(entry.value);
-            if (text && written->count(*text)) {
-                present.push_back(std::move(entry));
-            } else {
-                result.warnings.push_back(
-                    {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
-                removed.push_back(std::move(entry));
-            }
+            if (text && written->count(*text)) present.push_back(std::move(entry));
+            else leftOut(entry);
         }
         carried = std::move(present);
     }

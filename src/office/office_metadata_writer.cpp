@@ -539,10 +539,7 @@ bool OfficeMetadataWriter::packageStructureIsConsistent(const Archive& archive) 
         if (entry.type() == EntryType::file) stored.insert(entry.path());
     // Every Office consumer starts from the content types and the package relationships; a ZIP
     // without them is no Office package, and a copy of it would be none either.
-    const auto has = [&](std::string_view name) {
-        return std::any_of(stored.begin(), stored.end(), [&](const std::string& path) { return lowerCasedPath(path) == name; });
-    };
-    if (!has("[content_types].xml") || !has("_rels/.rels")) return false;
+    if (!archiveEntry("[Content_Types].xml", archive) || !archiveEntry("_rels/.rels", archive)) return false;
     for (const auto& relsPath : stored) {
         if (!endsWith(lowerCasedPath(relsPath), ".rels")) continue;
         // "word/_rels/document.xml.rels" describes "word/document.xml", and its targets are

@@ -121,12 +121,13 @@ void Archive::load() {
     // The first window covers a maximal comment, where the record nearly always is.
     std::uint64_t window = fixed + 0xFFFF;
     std::optional<std::uint64_t> recordOffset;
+    std::uint64_t commentLength = 0;
     for (std::uint64_t high = fileSize - fixed + 1; high > 0 && !recordOffset;) {  // candidates below `high`
         const std::uint64_t low = high > window ? high - window : 0;
         const auto bytes = readAt(*storage_, low, high - low + fixed - 1);
         for (std::uint64_t p = high - low; p-- > 0;) {
             if (readU32(bytes.data() + p) != EndOfCentralDirectoryRecord::signature) continue;
-            const std::uint64_t commentLength = readU16(bytes.data() + p + 20);
+            commentLength = readU16(bytes.data() + p + 20);
             if (low + p + fixed + commentLength <= fileSize) {
                 recordOffset = low + p;
                 break;
@@ -136,7 +137,6 @@ void Archive::load() {
         window = 1 << 20;
     }
     enforce(recordOffset.has_value(), Case::missingEndOfCentralDirectoryRecord);
-    const std::uint64_t commentLength = readU16(readAt(*storage_, *recordOffset + 20, 2).data());
     endRecord_ = EndOfCentralDirectoryRecord::parse(readAt(*storage_, *recordOffset, fixed + commentLength));
 
     zip64End_.reset();
