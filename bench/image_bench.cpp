@@ -15,7 +15,7 @@
 #include <string>
 
 #include "corpus_builders.h"
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "image/image_file.h"
 #include "image/image_metadata_writer.h"
 #include "image/image_source.h"

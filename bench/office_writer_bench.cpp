@@ -16,7 +16,7 @@
 
 #include "../tests/image/image_fixtures.h"
 #include "../tests/office/office_cleaning_fixtures.h"
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "office/office_metadata_writer.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <cstddef>
 
-#include "engine/file_type_detector.h"
+#include "model/file_type_detector.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const char* names[] = {"a.bin", "a.docx", "a.doc", "a"};

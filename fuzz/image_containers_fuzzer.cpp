@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "image/frame_decoder.h"
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "office/office_dropped_parts.h"
 #include "office/office_hidden_content_scrubber.h"
 #include "office/office_metadata_writer.h"

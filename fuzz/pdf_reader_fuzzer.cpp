@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_metadata_reader.h"

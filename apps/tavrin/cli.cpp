@@ -7,7 +7,7 @@
 
 #include "commands.h"
 #include "pdf_commands.h"
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
 

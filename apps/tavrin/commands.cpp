@@ -10,11 +10,11 @@
 #include <unistd.h>
 
 #include "cli.h"
-#include "engine/file_system.h"
-#include "engine/file_type_detector.h"
-#include "engine/pipeline_error.h"
-#include "engine/snapshot.h"
-#include "engine/tavrin_engine.h"
+#include "model/file_system.h"
+#include "model/file_type_detector.h"
+#include "model/pipeline_error.h"
+#include "model/snapshot.h"
+#include "pipeline/tavrin_engine.h"
 #include "exiftool/process_runner.h"
 #include "input_paths.h"
 #include "pdf_commands.h"
@@ -56,6 +56,17 @@ EngineConfiguration configurationFor(const CommonOptions& options) {
 }
 
 std::string errorText(std::exception_ptr error) { return describeError(error); }
+
+// The reason a PipelineError gives apart from its fixed text; absent for any other error.
+std::optional<std::string> errorReason(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const PipelineError& e) {
+        if (auto reason = e.reason(); !reason.empty()) return reason;
+    } catch (...) {
+    }
+    return std::nullopt;
+}
 
 // Draws "[#####     ] 5/10" on stderr, only when stderr is a terminal.
 class ProgressBar {
@@ -149,7 +160,9 @@ int runInspect(const CommonOptions& options, const std::vector<std::filesystem::
         } catch (...) {
             status = kFailure;
             const std::string text = errorText(std::current_exception());
-            if (options.json) out.push_back({{"path", file.string()}, {"error", text}});
+            const auto reason = errorReason(std::current_exception());
+            if (options.json)
+                out.push_back({{"path", file.string()}, {"error", text}, {"reason", reason ? json(*reason) : json(nullptr)}});
             else std::cout << fmt::format("{}: {}\n", file.string(), text);
         }
         if (!options.json && files.size() > 1) std::cout << "\n";
@@ -204,6 +217,7 @@ int runClean(const CleanOptions& options) {
                     }
                 } catch (...) {
                     report.error = errorText(std::current_exception());
+                    report.reason = errorReason(std::current_exception());
                 }
             }
             std::lock_guard lock(mutex);

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <fmt/core.h>
 
-#include "engine/file_system.h"
-#include "engine/pipeline_error.h"
-#include "engine/tavrin_engine.h"
+#include "model/file_system.h"
+#include "model/pipeline_error.h"
+#include "pipeline/tavrin_engine.h"
 
 namespace tavrin::cli {
 

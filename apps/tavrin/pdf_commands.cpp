@@ -5,8 +5,8 @@
 #include <iostream>
 
 #include "cli.h"
-#include "engine/pipeline_error.h"
-#include "engine/tavrin_engine.h"
+#include "model/pipeline_error.h"
+#include "pipeline/tavrin_engine.h"
 
 namespace tavrin::cli {
 

@@ -2,8 +2,8 @@
 
 #include <fmt/core.h>
 
-#include "engine/data_size.h"
-#include "engine/snapshot.h"
+#include "model/data_size.h"
+#include "model/snapshot.h"
 
 namespace tavrin::cli {
 
@@ -41,6 +41,7 @@ json cleanReportJSON(const FileReport& r) {
         j["duration"] = nullptr;
     }
     j["error"] = r.error ? json(*r.error) : json(nullptr);
+    j["reason"] = r.reason ? json(*r.reason) : json(nullptr);
     return j;
 }
 

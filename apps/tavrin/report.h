@@ -8,8 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/cleaning_result.h"
-#include "engine/metadata_model.h"
+#include "model/cleaning_result.h"
+#include "model/metadata_model.h"
 
 namespace tavrin::cli {
 
@@ -20,6 +20,8 @@ struct FileReport {
     std::optional<FileType> fileType;
     std::optional<CleaningResult> result;
     std::optional<std::string> error;
+    // Why the file was refused, when the error names it apart from its fixed text.
+    std::optional<std::string> reason;
 };
 
 nlohmann::json cleanReportJSON(const FileReport& report);

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "av/byte_source.h"
-#include "engine/metadata_value.h"
+#include "model/metadata_value.h"
 
 namespace tavrin {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "av/av_asset.h"
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 
 namespace tavrin {
 

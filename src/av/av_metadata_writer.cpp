@@ -11,7 +11,7 @@
 #include "av/av_errors.h"
 #include "av/av_metadata_reader.h"
 #include "av/avformat_support.h"
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 
 namespace tavrin {
 

@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <limits>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 
 namespace tavrin {
 

@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "engine/metadata_model.h"
+#include "model/metadata_model.h"
 
 namespace tavrin {
 

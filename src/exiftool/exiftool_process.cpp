@@ -1,6 +1,6 @@
 #include "exiftool/exiftool_process.h"
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 
 namespace tavrin {
 

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "exiftool/exiftool_mapping.h"
 #include "exiftool/exiftool_process.h"
 

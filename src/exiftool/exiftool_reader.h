@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "exiftool/process_runner.h"
 
 namespace tavrin {

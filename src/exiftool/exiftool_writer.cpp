@@ -7,8 +7,8 @@
 #include <initializer_list>
 #include <system_error>
 
-#include "engine/file_system.h"
-#include "engine/pipeline_error.h"
+#include "model/file_system.h"
+#include "model/pipeline_error.h"
 #include "exiftool/exiftool_process.h"
 #include "exiftool/exiftool_reader.h"
 

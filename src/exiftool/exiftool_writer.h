@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "exiftool/process_runner.h"
 
 namespace tavrin {

@@ -3,9 +3,9 @@
 #include <cctype>
 #include <exception>
 
-#include "engine/file_system.h"
-#include "engine/metadata_categorizer.h"
-#include "engine/pipeline_error.h"
+#include "model/file_system.h"
+#include "model/metadata_categorizer.h"
+#include "model/pipeline_error.h"
 #include "image/image_file.h"
 #include "image/image_source.h"
 #include "image/image_structural_keys.h"

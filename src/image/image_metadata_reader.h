@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "image/image_bytes.h"
 #include "image/image_properties.h"
 

@@ -3,9 +3,9 @@
 #include <chrono>
 #include <cmath>
 
-#include "engine/file_system.h"
-#include "engine/metadata_categorizer.h"
-#include "engine/pipeline_error.h"
+#include "model/file_system.h"
+#include "model/metadata_categorizer.h"
+#include "model/pipeline_error.h"
 #include "image/frame_decoder.h"
 #include "image/heif_container.h"
 #include "image/jpeg_container.h"

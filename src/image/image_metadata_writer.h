@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "image/image_bytes.h"
 #include "image/image_properties.h"
 #include "image/image_source.h"

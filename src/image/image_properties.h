@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/metadata_value.h"
+#include "model/metadata_value.h"
 #include "image/image_bytes.h"
 
 namespace tavrin::image {

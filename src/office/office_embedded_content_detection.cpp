@@ -3,7 +3,7 @@
 #include <array>
 #include <cstring>
 
-#include "engine/data_size.h"
+#include "model/data_size.h"
 #include "office/office_hidden_content_detector.h"
 
 namespace tavrin {

@@ -19,7 +19,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/metadata_model.h"
+#include "model/metadata_model.h"
 #include "office/office_package.h"
 #include "zip/archive.h"
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 
 namespace tavrin {
 

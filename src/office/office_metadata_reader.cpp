@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "office/iso8601_date.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/xml_document.h"

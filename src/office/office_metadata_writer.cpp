@@ -6,8 +6,8 @@
 #include <optional>
 #include <vector>
 
-#include "engine/file_system.h"
-#include "engine/pipeline_error.h"
+#include "model/file_system.h"
+#include "model/pipeline_error.h"
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"
 #include "office/office_dropped_parts.h"

@@ -12,7 +12,7 @@
 #include <set>
 #include <string>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 
 namespace tavrin {
 

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/cleaning_profile.h"
-#include "engine/metadata_model.h"
+#include "model/cleaning_profile.h"
+#include "model/metadata_model.h"
 
 namespace tavrin {
 

@@ -24,7 +24,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/cleaning_profile.h"
+#include "model/cleaning_profile.h"
 #include "office/xml_document.h"
 
 namespace tavrin {

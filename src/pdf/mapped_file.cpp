@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 
 namespace tavrin {
 

@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "pdf/mapped_file.h"
 #include "pdf/text_encoding.h"
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/metadata_value.h"
+#include "model/metadata_value.h"
 
 namespace tavrin::pdfBytes {
 

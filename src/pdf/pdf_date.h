@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "engine/metadata_value.h"
+#include "model/metadata_value.h"
 
 namespace tavrin {
 

@@ -16,7 +16,7 @@
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFObjectHandle.hh>
 
-#include "engine/metadata_value.h"
+#include "model/metadata_value.h"
 
 namespace tavrin {
 

@@ -1,6 +1,6 @@
 #include "pdf/pdf_metadata_reader.h"
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "pdf/pdf_latent_content_inspector.h"
 
 namespace tavrin {

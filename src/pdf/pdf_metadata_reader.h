@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdf_errors.h"
 #include "pdf/pdf_navigation_inspector.h"

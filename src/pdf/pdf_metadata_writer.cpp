@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
-#include "engine/file_system.h"
-#include "engine/pipeline_error.h"
+#include "model/file_system.h"
+#include "model/pipeline_error.h"
 #include "pdf/jpeg_metadata_segments.h"
 #include "pdf/mapped_file.h"
 #include "pdf/pdf_date.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/metadata_reader.h"
+#include "model/metadata_reader.h"
 #include "pdf/pdf_byte_layer.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdf_errors.h"

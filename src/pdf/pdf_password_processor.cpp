@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "engine/file_system.h"
+#include "model/file_system.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_rewriter.h"
 

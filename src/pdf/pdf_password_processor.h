@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "engine/cleaning_result.h"
+#include "model/cleaning_result.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdf_errors.h"
 #include "pdf/pdf_metadata_writer.h"

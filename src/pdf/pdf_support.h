@@ -1,6 +1,6 @@
 #pragma once
 // Everything the program asks of the PDF subsystem, behind one interface that names no qpdf type.
-// The program reaches it through a module loaded on first use (engine/pdf_module.h): qpdf and the
+// The program reaches it through a module loaded on first use (pipeline/pdf_module.h): qpdf and the
 // TLS library it links would otherwise be loaded by every run, PDF or not, at about ten
 // milliseconds each time.
 
@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "engine/cleaning_profile.h"
-#include "engine/cleaning_result.h"
-#include "engine/metadata_reader.h"
+#include "model/cleaning_profile.h"
+#include "model/cleaning_result.h"
+#include "model/metadata_reader.h"
 #include "pdf/pdf_password_policy.h"
 
 namespace tavrin {

@@ -3,7 +3,7 @@
 #include "av/av_errors.h"
 #include "av/av_metadata_reader.h"
 #include "av_fixtures.h"
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "support/test_support.h"
 
 namespace tavrin {

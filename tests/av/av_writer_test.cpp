@@ -6,8 +6,8 @@
 #include "av/av_metadata_reader.h"
 #include "av/av_metadata_writer.h"
 #include "av_fixtures.h"
-#include "engine/pipeline_error.h"
-#include "engine/tavrin_engine.h"
+#include "model/pipeline_error.h"
+#include "pipeline/tavrin_engine.h"
 #include "support/test_support.h"
 
 namespace tavrin {

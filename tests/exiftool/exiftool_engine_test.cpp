@@ -6,9 +6,9 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "engine/file_type_detector.h"
-#include "engine/pipeline_error.h"
-#include "engine/tavrin_engine.h"
+#include "model/file_type_detector.h"
+#include "model/pipeline_error.h"
+#include "pipeline/tavrin_engine.h"
 #include "exiftool_fixtures.h"
 
 namespace tavrin {

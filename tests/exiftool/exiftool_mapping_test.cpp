@@ -1,7 +1,7 @@
 // The mapping of exiftool's JSON to items, and what happens to output that is not what the tool prints.
 #include <gtest/gtest.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "exiftool/exiftool_mapping.h"
 #include "exiftool_fixtures.h"
 

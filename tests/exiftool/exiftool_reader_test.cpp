@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "exiftool/exiftool_reader.h"
 #include "exiftool_fixtures.h"
 

@@ -2,7 +2,7 @@
 // outcomes the real one rarely shows.
 #include <gtest/gtest.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "exiftool/exiftool_writer.h"
 #include "exiftool_fixtures.h"
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "image/image_errors.h"
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"

@@ -3,7 +3,7 @@
 #include <png.h>
 #include <turbojpeg.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "image/image_metadata_reader.h"
 #include "image/image_metadata_writer.h"
 #include "image/jpeg_container.h"

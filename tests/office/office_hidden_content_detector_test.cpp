@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "../zip/raw_zip_builder.h"
-#include "engine/data_size.h"
+#include "model/data_size.h"
 #include "office/office_hidden_content_detector.h"
 #include "office_fixtures.h"
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "engine/snapshot.h"
+#include "model/snapshot.h"
 #include "office/office_hidden_content_detector.h"
 #include "office_fixtures.h"
 #include "support/test_support.h"

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "../zip/raw_zip_builder.h"
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "office/office_metadata_reader.h"
 #include "office_fixtures.h"
 #include "support/test_support.h"

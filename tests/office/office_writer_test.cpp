@@ -4,7 +4,7 @@
 
 #include "../image/image_fixtures.h"
 #include "../zip/raw_zip_builder.h"
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "image/image_metadata_reader.h"
 #include "office/office_metadata_reader.h"
 #include "office/office_metadata_writer.h"

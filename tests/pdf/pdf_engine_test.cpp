@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "engine/pipeline_error.h"
-#include "engine/tavrin_engine.h"
+#include "model/pipeline_error.h"
+#include "pipeline/tavrin_engine.h"
 #include "pdf/pdf_errors.h"
 #include "pdf_fixtures.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/pipeline_error.h"
+#include "model/pipeline_error.h"
 #include "pdf/jpeg_metadata_segments.h"
 #include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_metadata_writer.h"

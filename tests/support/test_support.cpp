@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <sys/wait.h>
 
-#include "engine/temporary_file.h"
+#include "model/temporary_file.h"
 
 namespace tavrin::testing {
 

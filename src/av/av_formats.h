@@ -1,0 +1,10 @@
+#pragma once
+
+#include "model/format_registry.h"
+
+namespace tavrin {
+
+// Puts this library's reader and writer into `registry`.
+void registerAVFormats(FormatRegistry& registry);
+
+}  // namespace tavrin

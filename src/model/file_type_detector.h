@@ -1,0 +1,37 @@
+#pragma once
+// Decides a file's type: the extension first, magic bytes only when the extension tells nothing.
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "model/file_type.h"
+
+namespace tavrin {
+
+class FileTypeDetectionError : public std::exception {
+public:
+    enum class Case { emptyFile, fileTooSmall, unknownFormat, fileNotReadable, encryptedOfficeDocument };
+    FileTypeDetectionError(Case c, std::filesystem::path url);
+    Case errorCase() const { return case_; }
+    const std::filesystem::path& url() const { return url_; }
+    std::string description() const;
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    Case case_;
+    std::filesystem::path url_;
+    std::string text_;
+};
+
+struct FileTypeDetector {
+    // Throws FileTypeDetectionError, or FileSystemError when the file cannot be opened for the
+    // magic-byte test.
+    static FileType detect(const std::filesystem::path& url);
+    // Detection from the first bytes alone; `name` supplies the extension for the ZIP and OLE rules.
+    static FileType detectFromMagicBytes(const std::uint8_t* head, std::size_t n, const std::filesystem::path& name);
+    // True exactly when the file starts with the OLE compound-document signature.
+    static bool isOLECompoundDocument(const std::filesystem::path& url);
+};
+
+}  // namespace tavrin
