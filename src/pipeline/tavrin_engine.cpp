@@ -1,9 +1,5 @@
 #include "pipeline/tavrin_engine.h"
 
-#include <algorithm>
-#include <atomic>
-#include <mutex>
-#include <thread>
 
 #include "model/file_system.h"
 #include "pipeline/native_formats.h"
@@ -72,32 +68,22 @@ CleaningResult TavrinEngine::removePasswordFromPDF(const std::filesystem::path& 
 std::vector<BatchCleaningResult> TavrinEngine::batchClean(const std::vector<std::filesystem::path>& files,
                                                           const CleaningProfile& with,
                                                           const std::filesystem::path& outputDirectory,
-                                                          unsigned maxParallel) const {
+                                                          const BatchRunOptions& options) const {
     if (!fs::isDirectory(outputDirectory)) throw PipelineError::outputDirectoryNotAccessible(outputDirectory);
     std::vector<BatchCleaningResult> results;
-    if (files.empty()) return results;
-    if (maxParallel == 0) maxParallel = std::clamp(std::thread::hardware_concurrency(), 1u, 8u);
-    const unsigned workers = std::min<unsigned>(maxParallel, static_cast<unsigned>(files.size()));
-
-    std::atomic<std::size_t> next{0};
-    std::mutex resultsMutex;
-    {
-        std::vector<std::jthread> pool;
-        for (unsigned w = 0; w < workers; ++w) {
-            pool.emplace_back([&] {
-                for (std::size_t i = next++; i < files.size(); i = next++) {
-                    BatchCleaningResult outcome{files[i], std::exception_ptr{}};
-                    try {
-                        outcome.result = pipeline_->clean(files[i], outputDirectory, with);
-                    } catch (...) {
-                        outcome.result = std::current_exception();
-                    }
-                    std::lock_guard lock(resultsMutex);
-                    results.push_back(std::move(outcome));
-                }
-            });
-        }
-    }
+    results.reserve(files.size());
+    for (const auto& file : files)
+        results.push_back(BatchCleaningResult{file, std::make_exception_ptr(PipelineError::cancelled())});
+    runBatch(
+        files.size(),
+        [&](std::size_t i) {
+            try {
+                results[i].result = pipeline_->clean(files[i], outputDirectory, with);
+            } catch (...) {
+                results[i].result = std::current_exception();
+            }
+        },
+        options);
     return results;
 }
 

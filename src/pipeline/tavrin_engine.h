@@ -9,6 +9,7 @@
 #include <set>
 #include <vector>
 
+#include "pipeline/batch_runner.h"
 #include "pipeline/cleaning_pipeline.h"
 #include "pdf/pdf_password_policy.h"
 
@@ -37,11 +38,13 @@ public:
                                const std::filesystem::path& outputURL) const;
 
     // Cleans every file into one folder; a failing file never stops the others. Results come in
-    // the order the files finish. At most `maxParallel` run at once (0: one per core, up to 8).
+    // the order of `files`; a file that never started (the run was stopped) holds
+    // PipelineError::cancelled. `options` bound the pool, report each file as it ends and stop new
+    // starts.
     std::vector<BatchCleaningResult> batchClean(const std::vector<std::filesystem::path>& files,
                                                 const CleaningProfile& with,
                                                 const std::filesystem::path& outputDirectory,
-                                                unsigned maxParallel = 0) const;
+                                                const BatchRunOptions& options = {}) const;
 
     std::set<FileType> supportedInspectionTypes() const { return pipeline_->supportedInspectionTypes(); }
     std::set<FileType> supportedCleaningTypes() const { return pipeline_->supportedCleaningTypes(); }

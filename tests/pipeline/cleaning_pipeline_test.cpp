@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <stdexcept>
 
 #include "model/pipeline_error.h"
@@ -165,7 +166,7 @@ TEST_F(PipelineTest, cleanToFileNeverTouchesAnExistingTargetAndLeavesNothingOnFa
     EXPECT_EQ(testing::readFile(jpg), "source bytes");
 }
 
-TEST_F(PipelineTest, batchCleanCollectsEveryOutcome) {
+TEST_F(PipelineTest, batchCleanKeepsInputOrderAndReportsEachFile) {
     EXPECT_TRUE(engine.batchClean({}, {}, outDir()).empty());
     EXPECT_THROW(engine.batchClean({}, {}, dir / "nope"), PipelineError);
 
@@ -174,11 +175,48 @@ TEST_F(PipelineTest, batchCleanCollectsEveryOutcome) {
     for (int i = 0; i < 12; ++i) files.push_back(file(("f" + std::to_string(i) + ".jpg").c_str()));
     files.push_back(file("bad.mov"));
     files.push_back(dir / "missing.jpg");
-    const auto results = engine.batchClean(files, {}, outDir(), 3);
+    std::vector<std::size_t> finished;
+    BatchRunOptions options;
+    options.maxParallel = 3;
+    options.onFinished = [&](std::size_t index, std::size_t completed) {
+        finished.push_back(index);
+        EXPECT_EQ(completed, finished.size());
+    };
+    const auto results = engine.batchClean(files, {}, outDir(), options);
     ASSERT_EQ(results.size(), files.size());
-    int ok = 0;
-    for (const auto& r : results) ok += r.isSuccess();
-    EXPECT_EQ(ok, 12);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(results[i].sourceURL, files[i]);
+        EXPECT_EQ(results[i].isSuccess(), i < 12) << i;
+    }
+    EXPECT_EQ(finished.size(), files.size());
+}
+
+TEST(BatchRunner, stopRequestEndsNewStartsAndUnstartedFilesReadAsCancelled) {
+    testing::TempDir dir;
+    TavrinEngine engine(EngineConfiguration::standard(), std::make_unique<CleaningPipeline>());
+    engine.registerWriter(std::make_shared<FakeWriter>(std::set{FileType::jpeg}));
+    std::vector<std::filesystem::path> files;
+    for (int i = 0; i < 10; ++i) {
+        files.push_back(dir / ("f" + std::to_string(i) + ".jpg"));
+        testing::writeFile(files.back(), "x");
+    }
+    std::filesystem::create_directories(dir / "out");
+    std::atomic<std::size_t> ended{0};
+    BatchRunOptions options;
+    options.maxParallel = 1;
+    options.onFinished = [&](std::size_t, std::size_t completed) { ended = completed; };
+    options.shouldStop = [&] { return ended >= 4; };
+    const auto results = engine.batchClean(files, {}, dir / "out", options);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (i < 4) {
+            EXPECT_TRUE(results[i].isSuccess()) << i;
+        } else {
+            ASSERT_FALSE(results[i].isSuccess()) << i;
+            EXPECT_EQ(caseOf([&] { std::rethrow_exception(std::get<std::exception_ptr>(results[i].result)); }),
+                      PipelineError::Case::cancelled);
+        }
+    }
+    EXPECT_EQ(runBatch(0, [](std::size_t) {}), 0u);
 }
 
 TEST_F(PipelineTest, registrationReplacesAndListsTypes) {
