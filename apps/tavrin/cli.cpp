@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "commands.h"
+#include "handoff_commands.h"
 #include "pdf_commands.h"
 #include "model/cleaning_profile.h"
 
@@ -75,6 +76,8 @@ int run(int argc, char** argv) {
     removePassword->add_option("IN", removeOptions.input, "The protected PDF")->required();
     removePassword->add_option("OUT", removeOptions.output, "Where to write the open copy (must not exist)")->required();
 
+    HandoffCommands handoff(app);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -88,6 +91,7 @@ int run(int argc, char** argv) {
         return kUsage;
     }
 
+    if (auto status = handoff.runIfChosen()) return *status;
     if (*clean && !CleaningProfile::isPresetName(cleanOptions.profile)) {
         std::cerr << "tavrin: unknown profile '" << cleanOptions.profile
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
