@@ -36,7 +36,11 @@ ShareWindow::ShareWindow(Collaborators collaborators, QWidget* parent)
     openButton_->setToolTip("Add the shared files and open Tavrin to continue cleaning.");
     cancelButton_ = new QPushButton("Cancel", this);
     cancelButton_->setToolTip("Close this share sheet without adding files.");
-    for (auto* button : {addButton_, openButton_, cancelButton_}) buttons->addWidget(button);
+    for (auto* button : {addButton_, openButton_, cancelButton_}) {
+        // Room around the titles, so the three read as buttons rather than boxed words.
+        button->setMinimumWidth(button->sizeHint().width() + 20);
+        buttons->addWidget(button);
+    }
     buttons->addStretch(1);
     stack->addLayout(buttons);
     stack->addStretch(1);
