@@ -15,7 +15,11 @@ namespace {
 
 namespace fsys = std::filesystem;
 using testing::readFile;
-using testing::writeFile;
+
+void put(const fsys::path& path, std::string_view text) {
+    fsys::create_directories(path.parent_path());
+    testing::writeFile(path, text);
+}
 
 const std::string kHostileName = "a'b\"c;rm -rf ~ $(x).pdf";
 
@@ -39,7 +43,7 @@ public:
         const auto header = text.find("[Default Applications]\n");
         if (header == std::string::npos) text += "[Default Applications]\n" + line;
         else text.insert(header + 23, line);
-        writeFile(mimeApps, text);
+        put(mimeApps, text);
         return 0;
     }
 };
@@ -82,7 +86,7 @@ std::string keyFileEntry(const std::string& text, const std::string& key, const 
     return unescapeKeyFile(text.substr(start, text.find('\n', start) - start));
 }
 
-// The Exec expansion of the desktop entry format: words split at blanks, "…" with \" \` \$ \\
+// The Exec expansion of the desktop entry format: words split at blanks, "…" with backslash
 // escapes, and a field code standing alone becomes one argument per file.
 std::vector<std::string> expandDesktopExec(const std::string& exec, const std::vector<std::string>& files) {
     std::vector<std::string> argv;
@@ -135,12 +139,12 @@ protected:
         fsys::create_directories(bin);
         programs = {bin / "tavrin", bin / "tavrin-share"};
         for (const auto& program : {programs.tavrin, programs.tavrinShare}) {
-            writeFile(program, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\0' \"$a\"; done > " +
+            put(program, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\0' \"$a\"; done > " +
                                    testing::shellQuote((dir / "argv").string()) + "\n");
             fsys::permissions(program, fsys::perms::owner_all);
         }
         hostile = (dir / kHostileName).string();
-        writeFile(hostile, "%PDF-1.4");
+        put(hostile, "%PDF-1.4");
     }
 
     // The arguments the fake program received, split at NUL.
@@ -169,7 +173,7 @@ protected:
 };
 
 TEST_F(DesktopIntegrationTest, everyRouteHandsAHostileNameOverAsOneArgument) {
-    writeFile(IntegrationFiles::thunarActionsFile(locations), "<?xml version=\"1.0\"?>\n<actions>\n</actions>\n");
+    put(IntegrationFiles::thunarActionsFile(locations), "<?xml version=\"1.0\"?>\n<actions>\n</actions>\n");
     DesktopIntegration integration(locations, launcher);
     const auto report = integration.install(programs);
     ASSERT_TRUE(report.problems.empty()) << report.problems.front();
@@ -230,10 +234,10 @@ TEST_F(DesktopIntegrationTest, uninstallLeavesEverythingAsItWas) {
     const std::string userActions =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<actions>\n<action>\n\t<name>Mine</name>\n"
         "\t<unique-id>1234-1</unique-id>\n\t<command>echo %f</command>\n</action>\n</actions>\n";
-    writeFile(IntegrationFiles::thunarActionsFile(locations), userActions);
-    writeFile(IntegrationFiles::mimeAppsFile(locations), "[Default Applications]\ntext/plain=org.gnome.TextEditor.desktop;\n");
+    put(IntegrationFiles::thunarActionsFile(locations), userActions);
+    put(IntegrationFiles::mimeAppsFile(locations), "[Default Applications]\ntext/plain=org.gnome.TextEditor.desktop;\n");
     fsys::create_directories(locations.dataHome / "applications");
-    writeFile(locations.dataHome / "applications/other.desktop", "[Desktop Entry]\nName=Other\n");
+    put(locations.dataHome / "applications/other.desktop", "[Desktop Entry]\nName=Other\n");
     const auto before = snapshot(dir.path() / "data");
     const auto configBefore = snapshot(dir.path() / "config");
 
@@ -269,7 +273,7 @@ TEST_F(DesktopIntegrationTest, uninstallLeavesEverythingAsItWas) {
 TEST_F(DesktopIntegrationTest, aNewThunarFileStartsFromTheSystemsAndGoesOnUninstall) {
     const std::string system = "<?xml version=\"1.0\"?>\n<actions>\n<action><name>Open Terminal Here</name>"
                                "<unique-id>1-1</unique-id></action>\n</actions>\n";
-    writeFile(dir / "etc/Thunar/uca.xml", system);
+    put(dir / "etc/Thunar/uca.xml", system);
     launcher.installed.insert("thunar");
     const auto configBefore = snapshot(dir.path() / "config");
     DesktopIntegration integration(locations, launcher);
@@ -283,8 +287,8 @@ TEST_F(DesktopIntegrationTest, aNewThunarFileStartsFromTheSystemsAndGoesOnUninst
 
 TEST_F(DesktopIntegrationTest, filesNotWrittenByTavrinAreLeftAlone) {
     const auto foreign = locations.dataHome / "applications/tavrin.desktop";
-    writeFile(foreign, "[Desktop Entry]\nName=Someone else's\n");
-    writeFile(IntegrationFiles::thunarActionsFile(locations), "<actions>\n<action><name>broken");
+    put(foreign, "[Desktop Entry]\nName=Someone else's\n");
+    put(IntegrationFiles::thunarActionsFile(locations), "<actions>\n<action><name>broken");
     launcher.installed.clear();  // no xdg-mime: said, not failed
     DesktopIntegration integration(locations, launcher);
     const auto report = integration.install(programs);

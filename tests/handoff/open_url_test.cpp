@@ -160,6 +160,29 @@ TEST_F(OpenURLCommand, openAndAppSayWhatTheyWouldShow) {
     EXPECT_NE(run.out.find("Would bring Tavrin to the front"), std::string::npos);
 }
 
+TEST(IntegrateCommand, installStatusUninstallStayInsideTheGivenFolders) {
+    testing::TempDir dir;
+    fsys::create_directories(dir / "data");
+    fsys::create_directories(dir / "config");
+    const char* bin = std::getenv("TAVRIN_BIN");
+    const std::string env = "XDG_DATA_HOME=" + shellQuote((dir / "data").string()) +
+                            " XDG_CONFIG_HOME=" + shellQuote((dir / "config").string()) + " XDG_CONFIG_DIRS=/nonexistent " +
+                            (bin ? bin : "build/bin/tavrin") + " integrate ";
+    std::string out;
+    ASSERT_EQ(testing::runCommand(env + "install 2>&1", &out), 0) << out;
+    EXPECT_TRUE(fsys::exists(dir / "data/applications/tavrin.desktop"));
+    EXPECT_TRUE(fsys::exists(dir / "data/kio/servicemenus/tavrin.desktop"));
+    ASSERT_EQ(testing::runCommand(env + "status 2>&1", &out), 0);
+    EXPECT_NE(out.find("Right-click menu: Enabled (Caja, Dolphin, Nautilus, Nemo)"), std::string::npos) << out;
+    EXPECT_NE(out.find("Open With menu: Enabled"), std::string::npos) << out;
+    ASSERT_EQ(testing::runCommand(env + "uninstall 2>&1", &out), 0) << out;
+    EXPECT_TRUE(fsys::is_empty(dir / "data")) << out;
+    EXPECT_TRUE(fsys::is_empty(dir / "config")) << out;
+    ASSERT_EQ(testing::runCommand(env + "status 2>&1", &out), 0);
+    EXPECT_NE(out.find("Right-click menu: Not enabled"), std::string::npos) << out;
+    EXPECT_EQ(testing::runCommand(env + "frobnicate 2>&1", &out), 2);
+}
+
 // In process: links too long for a command line still dispatch whole.
 class RecordingHandler : public TavrinURLHandler {
 public:
