@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "handoff/url_dispatch.h"
+
 namespace tavrin::cli {
 
 struct OpenURLOptions {
@@ -23,6 +25,8 @@ struct IntegrateOptions {
 };
 
 int runOpenURL(const OpenURLOptions& options);
+// The same with another handler, such as one backed by the app's queue.
+int runOpenURL(const OpenURLOptions& options, TavrinURLHandler& handler);
 int runIntegrate(const IntegrateOptions& options);
 
 // Adds both subcommands to `app`; after parsing, `runIfChosen` runs the one that was given.
