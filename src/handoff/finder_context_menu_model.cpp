@@ -1,5 +1,6 @@
 #include "handoff/finder_context_menu_model.h"
 
+#include <algorithm>
 #include <fmt/core.h>
 
 #include "handoff/tavrin_url.h"
@@ -46,6 +47,19 @@ std::optional<FinderMenuAction> FinderMenuAction::fromToken(std::string_view tok
     if (token.substr(0, 6) != "clean:") return std::nullopt;
     if (auto preset = finderMenuPresetFromRawValue(token.substr(6))) return clean(*preset);
     return std::nullopt;
+}
+
+bool FinderMenuItem::operator==(const FinderMenuItem& other) const { return (*this <=> other) == 0; }
+
+std::strong_ordering FinderMenuItem::operator<=>(const FinderMenuItem& other) const {
+    if (auto c = title <=> other.title; c != 0) return c;
+    if (auto c = action.has_value() <=> other.action.has_value(); c != 0) return c;
+    if (action) {
+        if (auto c = *action <=> *other.action; c != 0) return c;
+    }
+    if (auto c = isEnabled <=> other.isEnabled; c != 0) return c;
+    return std::lexicographical_compare_three_way(submenu.begin(), submenu.end(), other.submenu.begin(),
+                                                  other.submenu.end());
 }
 
 namespace FinderContextMenuModel {

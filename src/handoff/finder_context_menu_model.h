@@ -45,8 +45,9 @@ struct FinderMenuItem {
     bool isEnabled = true;
     std::vector<FinderMenuItem> submenu;
 
-    bool operator==(const FinderMenuItem&) const = default;
-    auto operator<=>(const FinderMenuItem&) const = default;
+    bool operator==(const FinderMenuItem& other) const;
+    // By title, then action (none first), enabled, and submenu entry by entry.
+    std::strong_ordering operator<=>(const FinderMenuItem& other) const;
 };
 
 namespace FinderContextMenuModel {
