@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <cstdio>
 #include <iostream>
+#include <poll.h>
 #include <thread>
 #include <unistd.h>
 
@@ -34,10 +35,14 @@ void openWithDesktop(const std::string& url, std::function<void(bool)> done) {
     }).detach();
 }
 
-std::string readStandardInput() {
+// Reads until end of input, the size cap, or a pause of `patience` with nothing new: a standard
+// input that a launcher left open without writing to it never holds the window up for long.
+std::string readStandardInput(int patienceMilliseconds) {
     std::string text;
     char buffer[65536];
     while (text.size() < kMaximumStandardInput) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        if (::poll(&input, 1, patienceMilliseconds) <= 0) break;
         const auto n = ::read(STDIN_FILENO, buffer, sizeof buffer);
         if (n <= 0) break;
         text.append(buffer, static_cast<std::size_t>(n));
@@ -98,7 +103,7 @@ int runShare(int argc, char** argv) {
         // Standard input may stay open: it is read off the window's thread, which stays responsive.
         std::thread([files, done = std::move(done)]() mutable {
             auto all = files;
-            for (auto& file : fileURLsFromURIList(readStandardInput())) all.push_back(std::move(file));
+            for (auto& file : fileURLsFromURIList(readStandardInput(3000))) all.push_back(std::move(file));
             auto admitted = usable(all);
             QMetaObject::invokeMethod(qApp, [done, admitted] { done(admitted); }, Qt::QueuedConnection);
         }).detach();
