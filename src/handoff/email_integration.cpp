@@ -76,14 +76,14 @@ std::string withoutSingleQuotes(std::string_view text) {
 
 std::vector<std::string> thunderbird(const std::vector<std::filesystem::path>& attachments, std::string_view subject,
                                      const std::optional<std::string>& body) {
-    std::string spec = "subject='" + withoutSingleQuotes(subject) + "'";
-    if (body) spec += ",body='" + withoutSingleQuotes(*body) + "'";
+    std::string fields = "subject='" + withoutSingleQuotes(subject) + "'";
+    if (body) fields += ",body='" + withoutSingleQuotes(*body) + "'";
     if (!attachments.empty()) {
-        spec += ",attachment='";
-        for (std::size_t i = 0; i < attachments.size(); ++i) spec += (i ? "," : "") + fileURI(attachments[i]);
-        spec += "'";
+        fields += ",attachment='";
+        for (std::size_t i = 0; i < attachments.size(); ++i) fields += (i ? "," : "") + fileURI(attachments[i]);
+        fields += "'";
     }
-    return {"thunderbird", "-compose", spec};
+    return {"thunderbird", "-compose", fields};
 }
 
 std::string evolutionMailtoURL(const std::vector<std::filesystem::path>& attachments, std::string_view subject,

@@ -39,7 +39,7 @@ TEST(EmailClient, rawValuesAndNames) {
         EXPECT_EQ(emailClientFromRawValue(unknown), EmailClient::other) << unknown;
 }
 
-TEST(EmailRoutes, thunderbirdSpecHoldsQuotesOnlyAsDelimiters) {
+TEST(EmailRoutes, thunderbirdFieldsHoldQuotesOnlyAsDelimiters) {
     const auto argv = EmailRoutes::thunderbird({kHostile, kComma}, "Bob's files", std::string("a,b"));
     ASSERT_EQ(argv.size(), 3u);
     EXPECT_EQ(argv[0], "thunderbird");
