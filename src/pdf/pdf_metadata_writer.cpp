@@ -10,7 +10,12 @@
 #include "pdf/pdf_date.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_navigation_inspector.h"
+#include "pdf/pdf_integrity.h"
+#include "pdf/pdf_output_verifier.h"
+#include "pdf/pdf_password_processor.h"
 #include "pdf/pdf_rewriter.h"
+
+#include <qpdf/QUtil.hh>
 
 namespace tavrin {
 
@@ -50,9 +55,17 @@ MetadataItem annotationContentsItem(const std::string& contents) {
 
 // What an annotation says about who wrote it, when, and what.
 struct AnnotationFacts {
-    std::optional<std::string> author;
+    std::optional<std::string> author;    // /T; on a form widget it is the field's name instead
+    std::optional<std::string> name;      // /NM, the unique name an editor gave it
     std::optional<MetadataValue> date;
     std::optional<std::string> contents;  // markup annotations only
+};
+
+// What the profile removes from annotations; the tests look at the item kind, not its value.
+struct AnnotationRemovals {
+    bool author = false;
+    bool date = false;
+    bool contents = false;
 };
 
 std::optional<MetadataValue> annotationDate(QPDFObjectHandle annotation) {
@@ -67,14 +80,35 @@ std::optional<MetadataValue> annotationDate(QPDFObjectHandle annotation) {
 
 AnnotationFacts factsOf(QPDFObjectHandle annotation, const std::string& subtype) {
     AnnotationFacts facts;
-    auto author = stringValue(annotation.getKey("/T"));
-    if (author && !author->empty()) facts.author = *author;
+    if (subtype != "Widget") {
+        auto author = stringValue(annotation.getKey("/T"));
+        if (author && !author->empty()) facts.author = *author;
+    }
+    auto name = stringValue(annotation.getKey("/NM"));
+    if (name && !name->empty()) facts.name = *name;
     facts.date = annotationDate(annotation);
     if (markupAnnotationTypes().count(subtype)) {
         auto contents = stringValue(annotation.getKey("/Contents"));
         if (contents && !contents->empty()) facts.contents = *contents;
     }
     return facts;
+}
+
+AnnotationRemovals removalsOf(const CleaningProfile& profile) {
+    return {profile.shouldRemove(annotationAuthorItem("")),
+            profile.shouldRemove(annotationDateItem(MetadataValue::string(""))),
+            profile.shouldRemove(annotationContentsItem(""))};
+}
+
+// Empties an annotation taken off its page, and its pop-up: nothing it said may stay in the file
+// through another reference to it.
+void blankRemovedAnnotation(QPDFObjectHandle annotation) {
+    QPDFObjectHandle popup = annotation.getKey("/Popup");
+    for (QPDFObjectHandle dictionary : {annotation, popup}) {
+        if (!dictionary.isDictionary()) continue;
+        for (const auto& key : dictionary.getKeys())
+            if (key != "/Type" && key != "/Subtype") dictionary.removeKey(key);
+    }
 }
 
 std::size_t characterCount(const std::string& utf8) {
@@ -163,6 +197,7 @@ void PDFMetadataWriter::applyLinkPreservation(PDFDocument& document, const PDFLi
         QPDFObjectHandle annots = page.getKey("/Annots");
         if (!annots.isArray()) continue;
         std::vector<QPDFObjectHandle> kept;
+        std::vector<QPDFObjectHandle> dropped;
         bool changed = false;
         for (QPDFObjectHandle annotation : annots.getArrayAsVector()) {
             if (!annotation.isDictionary() || annotationSubtype(annotation) != "Link") {
@@ -182,42 +217,52 @@ void PDFMetadataWriter::applyLinkPreservation(PDFDocument& document, const PDFLi
                 retained.push_back(std::move(item));
             } else {
                 changed = true;
+                dropped.push_back(annotation);
                 removed.push_back(std::move(item));
             }
         }
-        if (changed) page.replaceKey("/Annots", QPDFObjectHandle::newArray(kept));
+        if (!changed) continue;
+        // A removed link's pop-up goes with it.
+        std::set<QPDFObjGen> popups;
+        for (QPDFObjectHandle annotation : dropped) {
+            QPDFObjectHandle popup = annotation.getKey("/Popup");
+            if (popup.isIndirect()) popups.insert(popup.getObjGen());
+        }
+        std::erase_if(kept, [&](QPDFObjectHandle a) { return a.isIndirect() && popups.count(a.getObjGen()); });
+        for (QPDFObjectHandle annotation : dropped) blankRemovedAnnotation(annotation);
+        page.replaceKey("/Annots", QPDFObjectHandle::newArray(kept));
     }
 }
 
 void PDFMetadataWriter::scrubAnnotations(PDFDocument& document, const CleaningProfile& profile,
-                                         std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained) {
+                                         std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained,
+                                         std::set<std::string>* removedValues) {
+    const AnnotationRemovals removes = removalsOf(profile);
+    const auto note = [&](const std::string& value) {
+        if (removedValues) removedValues->insert(value);
+    };
     document.forEachAnnotation([&](std::size_t, QPDFObjectHandle, QPDFObjectHandle annotation) {
         const std::string subtype = annotationSubtype(annotation);
         const AnnotationFacts facts = factsOf(annotation, subtype);
-        if (facts.author) {
-            MetadataItem item = annotationAuthorItem(*facts.author);
-            if (profile.shouldRemove(item)) {
-                annotation.removeKey("/T");
-                removed.push_back(std::move(item));
-            } else {
-                retained.push_back(std::move(item));
-            }
+        if (facts.author) (removes.author ? removed : retained).push_back(annotationAuthorItem(*facts.author));
+        if (removes.author) {
+            // The unique name goes with the author: editors often build it from the user's name.
+            if (facts.author) note(*facts.author);
+            if (facts.name) note(*facts.name);
+            if (subtype != "Widget") annotation.removeKey("/T");
+            annotation.removeKey("/NM");
         }
-        if (facts.date) {
-            MetadataItem item = annotationDateItem(*facts.date);
-            if (profile.shouldRemove(item)) {
-                annotation.removeKey("/M");
-                annotation.removeKey("/CreationDate");
-                removed.push_back(std::move(item));
-            } else {
-                retained.push_back(std::move(item));
-            }
+        if (facts.date) (removes.date ? removed : retained).push_back(annotationDateItem(*facts.date));
+        if (removes.date) {
+            annotation.removeKey("/M");
+            annotation.removeKey("/CreationDate");
         }
         if (facts.contents) {
             MetadataItem item = annotationContentsItem(*facts.contents);
-            if (profile.shouldRemove(item)) {
+            if (removes.contents) {
                 // The rich-text form repeats the words, and a free-text box draws them in its
                 // appearance; the shape of every other markup stays.
+                note(*facts.contents);
                 annotation.removeKey("/Contents");
                 annotation.removeKey("/RC");
                 if (subtype == "FreeText") annotation.removeKey("/AP");
@@ -236,7 +281,7 @@ PDFMetadataWriter::InMemoryScrubResult PDFMetadataWriter::scrubInMemory(PDFDocum
     scrubInfoAttributes(attributes, profile, result.removed, result.retained);
     document.setDocumentAttributes(attributes);
     applyLinkPreservation(document, profile.pdfLinkPreservation, result.removed, result.retained);
-    scrubAnnotations(document, profile, result.removed, result.retained);
+    scrubAnnotations(document, profile, result.removed, result.retained, &result.removedValues);
     return result;
 }
 
@@ -267,61 +312,48 @@ bool PDFMetadataWriter::identifyingInfoVerifiesClean(const PDFDocumentAttributes
     return true;
 }
 
-bool PDFMetadataWriter::annotationsReadClean(PDFDocument& document, const CleaningProfile& profile) {
-    bool clean = true;
+std::optional<std::string> PDFMetadataWriter::annotationProblem(PDFDocument& document,
+                                                                const CleaningProfile& profile) {
+    const AnnotationRemovals removes = removalsOf(profile);
+    std::optional<std::string> problem;
     try {
         document.forEachAnnotation([&](std::size_t, QPDFObjectHandle, QPDFObjectHandle annotation) {
+            if (problem) return;
             const std::string subtype = annotationSubtype(annotation);
-            // An embedded payload cannot be proven clean, whatever the profile says.
-            if (fileBearingAnnotationTypes().count(subtype)) clean = false;
             const AnnotationFacts facts = factsOf(annotation, subtype);
-            if (facts.author && profile.shouldRemove(annotationAuthorItem(*facts.author))) clean = false;
-            if (facts.date && profile.shouldRemove(annotationDateItem(*facts.date))) clean = false;
-            if (facts.contents && profile.shouldRemove(annotationContentsItem(*facts.contents))) clean = false;
+            const std::string where = objectLabel(annotation) + ": ";
+            // An embedded payload cannot be proven clean, whatever the profile says.
+            if (fileBearingAnnotationTypes().count(subtype))
+                problem = where + subtype + " annotation carries a file or media";
+            else if (facts.author && removes.author)
+                problem = where + "annotation author (/T) remains";
+            else if (facts.name && removes.author)
+                problem = where + "annotation name (/NM) remains";
+            else if (facts.date && removes.date)
+                problem = where + "annotation date remains";
+            else if (facts.contents && removes.contents)
+                problem = where + "annotation contents remain";
         });
-    } catch (const std::exception&) {
-        return false;
+    } catch (const std::exception& e) {
+        return std::string("annotations cannot be read: ") + e.what();
     }
-    return clean;
+    return problem;
+}
+
+bool PDFMetadataWriter::annotationsReadClean(PDFDocument& document, const CleaningProfile& profile) {
+    return !annotationProblem(document, profile);
 }
 
 bool PDFMetadataWriter::confirmsNoEmbeddedFiles(PDFDocument& document) {
-    auto catalog = document.catalog();
-    if (!catalog) return false;
-    try {
-        QPDFObjectHandle names = catalog->getKey("/Names");
-        return !(names.isDictionary() && names.getKey("/EmbeddedFiles").isDictionary());
-    } catch (const std::exception&) {
-        return false;
-    }
+    return !PDFOutputVerifier::embeddedFilesProblem(document);
 }
 
 bool PDFMetadataWriter::confirmsNoMetadataStream(PDFDocument& document) {
-    auto catalog = document.catalog();
-    if (!catalog) return false;
-    try {
-        return catalog->getKey("/Metadata").isNull();
-    } catch (const std::exception&) {
-        return false;
-    }
+    return !PDFOutputVerifier::metadataStreamProblem(document);
 }
 
 bool PDFMetadataWriter::confirmsNoImageMetadata(PDFDocument& document) {
-    try {
-        for (QPDFObjectHandle object : document.qpdf().getAllObjects()) {
-            if (!object.isStream()) continue;
-            QPDFObjectHandle filter = object.getDict().getKey("/Filter");
-            const bool jpeg = (filter.isName() && filter.getName() == "/DCTDecode") ||
-                              (filter.isArray() && filter.getArrayNItems() == 1 &&
-                               filter.getArrayItem(0).isName() && filter.getArrayItem(0).getName() == "/DCTDecode");
-            if (!jpeg) continue;
-            auto raw = object.getRawStreamData();
-            if (jpegSegments::mayCarryMetadata({raw->getBuffer(), raw->getSize()})) return false;
-        }
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
+    return !PDFOutputVerifier::imageMetadataProblem(document);
 }
 
 std::set<std::string> PDFMetadataWriter::removedIdentifyingInfoValues(const PDFDocumentAttributes& originalAttributes,
@@ -334,13 +366,6 @@ std::set<std::string> PDFMetadataWriter::removedIdentifyingInfoValues(const PDFD
         if (found == originalAttributes.end()) continue;
         if (profile.shouldRemove(infoItem(m.attribute, found->second))) addTextValues(found->second, values);
     }
-    return values;
-}
-
-std::set<std::string> PDFMetadataWriter::removedTextValues(const std::vector<MetadataItem>& removed) {
-    std::set<std::string> values;
-    for (const auto& item : removed)
-        if (item.key == "PDF.Annotation.Author" || item.key == "PDF.Annotation.Contents") addTextValues(item.value, values);
     return values;
 }
 
@@ -364,71 +389,145 @@ bool PDFMetadataWriter::forensicScanConfirmsNoResidue(const std::filesystem::pat
     }
 }
 
-bool PDFMetadataWriter::scrubReinjectedInfo(const std::filesystem::path& at, const CleaningProfile& profile,
-                                            const PDFDocumentAttributes& originalAttributes,
-                                            const std::set<std::string>& removedValues) {
+std::optional<std::string> PDFMetadataWriter::scrubReinjectedInfo(const std::filesystem::path& at,
+                                                                  const CleaningProfile& profile,
+                                                                  const PDFDocumentAttributes& originalAttributes,
+                                                                  const std::set<std::string>& removedValues) {
     auto kept = keptInfoEntries(originalAttributes, profile);
-    if (!kept) return false;
+    if (!kept) return "Info dictionary: a kept value cannot be written";
     // Built before the file is touched; blanking moves no byte, so its offsets stay right.
     auto update = pdfBytes::makeInfoOverrideUpdate(at, *kept);
-    if (!update) return false;
-    if (!pdfBytes::neutralizeSupersededInfoObject(at)) return false;
+    if (!update) return "trailer of the rewritten file cannot be parsed";
+    if (!pdfBytes::neutralizeSupersededInfoObject(at)) return "the superseded Info dictionary cannot be blanked";
     pdfBytes::appendUpdate(*update, at);
 
-    auto reopened = PDFDocument::open(at);
+    auto reopened = PDFDocument::open(at, "", nullptr, PDFDocument::Recovery::refuse);
     if (!reopened)
         throw PipelineError::writeFailed(
             at, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::outputNotCreated)));
-    if (!readsAsClean(reopened->documentAttributes(), profile)) return false;
-    if (!annotationsReadClean(*reopened, profile)) return false;
-    if (!confirmsNoMetadataStream(*reopened)) return false;
-    if (!confirmsNoEmbeddedFiles(*reopened)) return false;
-    auto findings = PDFLatentContentInspector::inspect(*reopened);
-    if (!findings || findings->hasJavaScript()) return false;
-    if (!confirmsNoImageMetadata(*reopened)) return false;
-    // Anything qpdf had to complain about while we read the output means it is not what we wrote.
-    if (reopened->qpdf().anyWarnings()) return false;
-    return forensicScanConfirmsNoResidue(at, removedValues);
+    if (auto problem = PDFOutputVerifier::problemIn(*reopened, profile, PDFOutputVerifier::InfoCheck::all))
+        return problem;
+    if (!forensicScanConfirmsNoResidue(at, removedValues)) return "a removed value remains in the file's strings";
+    return std::nullopt;
+}
+
+namespace {
+
+// A fresh owner password nobody knows: the copy keeps the source's restrictions, and nobody can
+// lift them with the source's owner password.
+std::string randomOwnerPassword() {
+    unsigned char bytes[24];
+    QUtil::initializeWithRandomBytes(bytes, sizeof bytes);
+    return QUtil::hex_encode(std::string(reinterpret_cast<const char*>(bytes), sizeof bytes));
+}
+
+PipelineError fromPasswordError(const PDFPasswordError& e, const std::filesystem::path& source,
+                                const std::filesystem::path& destination) {
+    using E = PDFPasswordError::Case;
+    switch (e.errorCase()) {
+        case E::verificationFailed:
+        case E::encryptionNotApplied:
+            return PipelineError::outputVerificationFailed(source, e.detail().empty() ? e.what() : e.detail());
+        case E::cannotOpenDocument:
+            return PipelineError::readFailed(source, std::make_exception_ptr(e));
+        default:
+            return PipelineError::writeFailed(destination, std::make_exception_ptr(e));
+    }
+}
+
+}  // namespace
+
+CleaningResult PDFMetadataWriter::cleanOwnerRestricted(PDFDocument& document, const std::filesystem::path& source,
+                                                       const std::filesystem::path& destination,
+                                                       const CleaningProfile& profile) {
+    const PDFPermissions permissions = PDFPermissions::of(document.qpdf());
+    PDFPasswordPolicy policy{std::nullopt, randomOwnerPassword()};
+    PDFPasswordProcessor::Request request{document, source, destination, profile, policy, true, permissions};
+    CleaningResult result;
+    try {
+        result = PDFPasswordProcessor::cleanAndWrite(request);
+    } catch (const PDFPasswordError& e) {
+        throw fromPasswordError(e, source, destination);
+    }
+    result.warnings.push_back({"PDF permissions",
+                               "The original restricts printing or copying with an owner password; the cleaned copy "
+                               "keeps the same restrictions under a new, random owner password"});
+    return result;
 }
 
 CleaningResult PDFMetadataWriter::cleanMetadata(const std::filesystem::path& source,
                                                 const std::filesystem::path& destination,
                                                 const CleaningProfile& profile) const {
+    try {
+        return cleanOpened(source, destination, profile);
+    } catch (const PipelineError&) {
+        throw;
+    } catch (const std::exception& e) {
+        // qpdf's own exceptions stay behind this edge.
+        throw PipelineError::writeFailed(
+            destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::cannotWriteDocument, e.what())));
+    }
+}
+
+CleaningResult PDFMetadataWriter::cleanOpened(const std::filesystem::path& source,
+                                              const std::filesystem::path& destination,
+                                              const CleaningProfile& profile) {
     const auto start = std::chrono::steady_clock::now();
     PDFDocument::OpenStatus status;
     auto document = PDFDocument::open(source, "", &status);
-    const bool locked = status == PDFDocument::OpenStatus::passwordRequired || (document && document->isEncrypted());
-    if (!document || locked) {
-        // An encrypted file goes through the password processor, which keeps or sets protection
-        // on purpose; a plain clean would silently drop it.
-        const auto failure = locked ? PDFWriterError::Case::passwordRequired : PDFWriterError::Case::cannotOpenDocument;
-        throw PipelineError::readFailed(source, std::make_exception_ptr(PDFWriterError(failure)));
+    if (!document) {
+        // A file that needs a password to open goes through the password processor.
+        if (status == PDFDocument::OpenStatus::passwordRequired)
+            throw PipelineError::readFailed(
+                source, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::passwordRequired)));
+        throw PipelineError::readFailed(source, std::make_exception_ptr(PDFWriterError(
+                                                    PDFWriterError::Case::cannotOpenDocument, describeOpenFailure(status))));
     }
+    // Damage is refused with its reason before anything is written; a script or a program
+    // launch is named in the source's own object numbers.
+    document->resolveAll();
+    const bool repaired = document->wasRepaired();
+    if (auto damage = PDFIntegrity::damageIn(*document))
+        throw PipelineError::writeFailed(
+            destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::damagedDocument, *damage)));
+    if (auto active = PDFOutputVerifier::activeContentProblem(*document))
+        throw PipelineError::outputVerificationFailed(source, *active);
 
+    // Opened without a password yet encrypted: only an owner password restricts it.
+    CleaningResult result = document->isEncrypted() ? cleanOwnerRestricted(*document, source, destination, profile)
+                                                    : cleanPlain(*document, source, destination, profile);
+    if (repaired)
+        result.warnings.push_back({"PDF repair", "The file was damaged and has been repaired before cleaning; check "
+                                                 "that the cleaned copy shows everything"});
+    result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+CleaningResult PDFMetadataWriter::cleanPlain(PDFDocument& document, const std::filesystem::path& source,
+                                             const std::filesystem::path& destination, const CleaningProfile& profile) {
     InMemoryScrubResult scrub;
     PDFDocumentAttributes originalAttributes;
     std::set<std::string> removedValues;
     try {
-        originalAttributes = document->documentAttributes();
-        scrub = scrubInMemory(*document, profile);
+        originalAttributes = document.documentAttributes();
+        scrub = scrubInMemory(document, profile);
         removedValues = removedIdentifyingInfoValues(originalAttributes, profile);
-        for (const auto& v : removedTextValues(scrub.removed)) removedValues.insert(v);
+        removedValues.insert(scrub.removedValues.begin(), scrub.removedValues.end());
     } catch (const std::exception& e) {
         throw PipelineError::readFailed(
             source, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::cannotOpenDocument, e.what())));
     }
     try {
-        PDFRewriter::write(*document, destination, {});
+        PDFRewriter::write(document, destination, {});
     } catch (const PDFWriterError&) {
         throw PipelineError::writeFailed(destination, std::current_exception());
     }
-    document.reset();
     if (!fs::isReadableFile(destination))
         throw PipelineError::writeFailed(
             destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::outputNotCreated)));
 
-    if (!scrubReinjectedInfo(destination, profile, originalAttributes, removedValues))
-        throw PipelineError::outputVerificationFailed(source);
+    if (auto problem = scrubReinjectedInfo(destination, profile, originalAttributes, removedValues))
+        throw PipelineError::outputVerificationFailed(source, *problem);
 
     CleaningResult result;
     result.sourceURL = source;
@@ -445,7 +544,6 @@ CleaningResult PDFMetadataWriter::cleanMetadata(const std::filesystem::path& sou
         result.warnings.push_back(
             {"PDF AcroForm", "Document contains an interactive form; review form-field contents before sharing"});
     result.remainingMetadataClasses = remainingClasses(result.retainedItems);
-    result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }
 
