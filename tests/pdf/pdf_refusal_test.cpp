@@ -9,6 +9,7 @@
 #include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_metadata_writer.h"
 #include "pdf/pdf_password_processor.h"
+#include "pdf/pdf_xmp.h"
 #include "pdf_fixtures.h"
 
 namespace tavrin {
@@ -98,6 +99,16 @@ TEST(PDFCleaning, refusesWithTheObjectAndWhatWasFoundAndWritesNothing) {
                                                 {{4, "<< /Type /Annot /Subtype /Link /Rect [0 0 9 9] /A << /S /URI "
                                                      "/URI (https://a.example/) /Next << /S /JavaScript /JS (x) >> >> >>"}}),
          "(object 4 0: JavaScript action (Annotation action on page 1))"},
+        {"form field keystroke script",
+         onePage("/AcroForm << /Fields [4 0 R] >>", "/Annots [4 0 R]",
+                 {{4, "<< /Type /Annot /Subtype /Widget /FT /Tx /T (f) /Rect [0 0 9 9] "
+                      "/AA << /K << /S /JavaScript /JS (AFNumber_Keystroke\\(2\\)) >> >> >>"}}),
+         "(object 4 0: JavaScript action (Annotation action on page 1))"},
+        {"launch on a parent field", onePage("/AcroForm << /Fields [4 0 R] >>", "",
+                                             {{4, "<< /T (parent) /Kids [] /AA << /C << /S /Launch /F (x) >> >> >>"}}),
+         "(object 4 0: program launch action (Form field action))"},
+        {"page open script", onePage("", "/AA << /O << /S /JavaScript /JS (x) >> >>"),
+         "(object 3 0: JavaScript action (Page actions on page 1))"},
         {"page tree loop", pageTreeLoopPDF(), "(object 2 0: page tree loop)"},
         {"undecodable stream", undecodableStreamPDF(), "(object 4 0: stream data cannot be decoded)"},
     };
@@ -218,6 +229,28 @@ TEST(PDFCleaning, keepsTheOwnersPermissionsUnderANewOwnerPassword) {
     EXPECT_FALSE(cleaned->qpdf().allowExtractAll());
     // The old owner password is no password of the copy.
     EXPECT_FALSE(PDFDocument::open(out, "owner-secret"));
+}
+
+TEST(PDFXMP, readsElementsAttributesAndListsWithinBounds) {
+    const std::string packet =
+        "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"><rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">"
+        "<rdf:Description xmlns:d=\"http://purl.org/dc/elements/1.1/\" xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\" "
+        "xmp:CreatorTool=\"Attr Tool\"><d:creator><rdf:Seq><rdf:li>One</rdf:li><rdf:li>Two</rdf:li></rdf:Seq>"
+        "</d:creator><xmp:ModifyDate>2020-01-01</xmp:ModifyDate></rdf:Description></rdf:RDF></x:xmpmeta>";
+    const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size());
+    const auto properties = PDFXMP::properties(bytes);
+    ASSERT_TRUE(properties);
+    // The packet's own prefix "d" is shown as the conventional "dc".
+    EXPECT_EQ(*properties, (std::vector<PDFXMP::Property>{
+                               {"xmp:CreatorTool", "Attr Tool"}, {"dc:creator", "One, Two"}, {"xmp:ModifyDate", "2020-01-01"}}));
+    const auto items = PDFXMP::items(*properties);
+    EXPECT_EQ(items[2].category, MetadataCategory::timestamps);
+    const std::string notXML = "<x:xmpmeta";
+    EXPECT_FALSE(PDFXMP::properties({reinterpret_cast<const std::uint8_t*>(notXML.data()), notXML.size()}));
+    const std::string entity = "<!DOCTYPE a [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><a xmlns=\"urn:x\">&e;</a>";
+    const auto external = PDFXMP::properties({reinterpret_cast<const std::uint8_t*>(entity.data()), entity.size()});
+    ASSERT_TRUE(external);
+    for (const auto& p : *external) EXPECT_EQ(p.value.find("root:"), std::string::npos);
 }
 
 TEST(PDFInspection, reportsTheInfoEntriesThatParseAndTheCatalogXMP) {
