@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "model/file_system.h"
+#include "pdf/pdf_integrity.h"
 #include "pdf/pdf_latent_content_inspector.h"
 #include "pdf/pdf_output_verifier.h"
 #include "pdf/pdf_rewriter.h"
@@ -32,6 +33,14 @@ auto guarded(Error fallback, Body&& body) -> decltype(body()) {
     } catch (const std::exception& e) {
         throw PDFPasswordError(fallback, e.what());
     }
+}
+
+// Damage, scripts and program launches are refused with their reason before anything is written,
+// in the source's own object numbers.
+void refuseWhatCannotBeCleaned(PDFDocument& document) {
+    if (auto damage = PDFIntegrity::damageIn(document)) throw PDFPasswordError(Error::cannotWriteDocument, *damage);
+    if (auto active = PDFOutputVerifier::activeContentProblem(document))
+        throw PDFPasswordError(Error::verificationFailed, *active);
 }
 
 // Opens an encrypted source: with no password when it is not locked, otherwise with `password`.
@@ -69,6 +78,7 @@ CleaningResult PDFPasswordProcessor::cleanEncrypted(const std::filesystem::path&
                                                     const PDFPasswordPolicy& policy) const {
     return guarded(Error::cannotWriteDocument, [&] {
         auto document = openEncrypted(source, password);
+        refuseWhatCannotBeCleaned(*document);
         return cleanAndWrite({*document, source, output, profile, policy, true, std::nullopt});
     });
 }
@@ -78,6 +88,7 @@ CleaningResult PDFPasswordProcessor::removePassword(const std::filesystem::path&
                                                     const CleaningProfile& profile) const {
     return guarded(Error::cannotWriteDocument, [&] {
         auto document = openEncrypted(source, password);
+        refuseWhatCannotBeCleaned(*document);
         return cleanAndWrite({*document, source, output, profile, PDFPasswordPolicy{}, true, std::nullopt});
     });
 }
@@ -93,6 +104,7 @@ CleaningResult PDFPasswordProcessor::addPassword(const std::filesystem::path& so
         if (!document) throw PDFPasswordError(Error::cannotOpenDocument, describeOpenFailure(status));
         if (document->isEncrypted()) throw PDFPasswordError(Error::documentAlreadyEncrypted);
         if (!policy.hasAnyPassword()) throw PDFPasswordError(Error::noPasswordProvided);
+        refuseWhatCannotBeCleaned(*document);
         return cleanAndWrite({*document, source, output, profile, policy, false, std::nullopt});
     });
 }
