@@ -9,6 +9,7 @@
 #include "pdf/mapped_file.h"
 #include "pdf/pdf_date.h"
 #include "pdf/pdf_latent_content_inspector.h"
+#include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_navigation_inspector.h"
 #include "pdf/pdf_integrity.h"
 #include "pdf/pdf_output_verifier.h"
@@ -277,6 +278,8 @@ void PDFMetadataWriter::scrubAnnotations(PDFDocument& document, const CleaningPr
 PDFMetadataWriter::InMemoryScrubResult PDFMetadataWriter::scrubInMemory(PDFDocument& document,
                                                                         const CleaningProfile& profile) {
     InMemoryScrubResult result;
+    // The rewrite never carries the catalog's XMP packet, whatever the profile keeps.
+    result.removed = PDFMetadataReader::xmpItems(document);
     PDFDocumentAttributes attributes = document.documentAttributes();
     scrubInfoAttributes(attributes, profile, result.removed, result.retained);
     document.setDocumentAttributes(attributes);

@@ -72,6 +72,14 @@ bool PDFPasswordProcessor::isEncrypted(const std::filesystem::path& at) {
     });
 }
 
+bool PDFPasswordProcessor::needsPassword(const std::filesystem::path& at) {
+    return guarded(Error::cannotOpenDocument, [&] {
+        PDFDocument::OpenStatus status;
+        (void)PDFDocument::open(at, "", &status);
+        return status == PDFDocument::OpenStatus::passwordRequired;
+    });
+}
+
 CleaningResult PDFPasswordProcessor::cleanEncrypted(const std::filesystem::path& source,
                                                     const std::filesystem::path& output, const std::string& password,
                                                     const CleaningProfile& profile,

@@ -41,6 +41,8 @@ public:
 
     // False when the file does not open; a file that needs a password counts as encrypted.
     static bool isEncrypted(const std::filesystem::path& at);
+    // True only when the file does not open without a password (a user password is set).
+    static bool needsPassword(const std::filesystem::path& at);
 
     static CleaningResult cleanAndWrite(const Request& request);
     // Re-opens `at` and proves the protection and the removals. Throws PDFPasswordError, whose

@@ -54,6 +54,10 @@ TEST(PDFThroughTheEngine, passwordOperationsPublishOnlyVerifiedFiles) {
     const auto locked = write(dir, "locked.pdf", testing::encryptedAES256(testing::dirtyPDF(), "pw", "owner"));
     EXPECT_TRUE(TavrinEngine::isPDFEncrypted(locked));
     EXPECT_FALSE(TavrinEngine::isPDFEncrypted(write(dir, "zip.pdf", "PK\x03\x04")));
+    // Only an owner password: it opens without one, so no password is asked for.
+    const auto ownerOnly = write(dir, "owner.pdf", testing::ownerRestricted(testing::dirtyPDF(), "owner"));
+    EXPECT_FALSE(TavrinEngine::isPDFEncrypted(ownerOnly));
+    EXPECT_TRUE(engine.cleanToFile(ownerOnly, CleaningProfile::maximumPrivacy(), dir / "owner-clean.pdf").verifiedClean);
 
     EXPECT_THROW(engine.cleanEncryptedPDF(locked, "wrong", CleaningProfile::maximumPrivacy(), {}, dir / "out.pdf"),
                  PDFPasswordError);

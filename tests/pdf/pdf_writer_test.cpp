@@ -35,7 +35,8 @@ TEST(PDFMetadataWriter, roundTripLeavesNoRemovedValueAnywhereAndKeepsTheText) {
         for (const auto& item : result.removedItems) removed.insert(item.id);
         for (const char* id : {"PDF.Title", "PDF.Author", "PDF.Creator", "PDF.Producer", "PDF.CreationDate",
                                "PDF.ModDate", "PDF.Keywords", "PDF.Annotation.Author",
-                               "PDF.Annotation.ModificationDate", "PDF.Annotation.Contents"})
+                               "PDF.Annotation.ModificationDate", "PDF.Annotation.Contents", "PDF.XMP.dc:creator",
+                               "PDF.XMP.xmp:CreatorTool"})
             EXPECT_EQ(removed.count(id), 1u) << id;
         EXPECT_EQ(result.remainingMetadataClasses, std::vector<MetadataCategory>{MetadataCategory::documentHistory});
 
