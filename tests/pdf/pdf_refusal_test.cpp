@@ -166,6 +166,16 @@ TEST(PDFCleaning, cleansWhatItUsedToRefuse) {
         std::vector<const char*> gone;
     } cases[] = {
         {"form", testing::formPDF(), "PDF AcroForm", {"Form Author Person"}},
+        // A widget's /T names its field; taken for an author, it was removed, and the same name
+        // in the tooltip, the options or the default value then failed the residue scan.
+        {"form field named like its tooltip and options",
+         onePage("/AcroForm << /Fields [4 0 R 5 0 R] >>", "/Annots [4 0 R 5 0 R]",
+                 {{4, "<< /Type /Annot /Subtype /Widget /FT /Tx /T (Signature) /TU (Signature) /DV (Signature) "
+                      "/Rect [0 0 9 9] >>"},
+                  {5, "<< /Type /Annot /Subtype /Widget /FT /Ch /T (Country) /Opt [(Country) (Germany)] "
+                      "/V (Germany) /Rect [0 10 9 19] >>"}}),
+         "PDF AcroForm",
+         {}},
         {"repaired", xrefNowhere, "PDF repair", {testing::DirtyValues::author, testing::DirtyValues::annotationText}},
         {"owner password only", testing::ownerRestricted(good, "owner-secret"), "PDF permissions",
          {testing::DirtyValues::author, testing::DirtyValues::xmpCreator, testing::DirtyValues::annotationAuthor}},
