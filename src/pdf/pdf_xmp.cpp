@@ -117,7 +117,8 @@ std::optional<std::vector<PDFXMP::Property>> PDFXMP::properties(std::span<const 
         // Simple properties may be written as attributes of rdf:Description.
         for (xmlAttr* a = node->properties; a && found.size() < maximumProperties; a = a->next) {
             if (!a->ns || inNamespace(a->ns, rdfNamespace) || inNamespace(a->ns, metaNamespace)) continue;
-            std::unique_ptr<xmlChar, void (*)(void*)> text(xmlNodeListGetString(doc.get(), a->children, 1),
+            // Entity references stay as written (inLine 0): expanding them could multiply the text.
+            std::unique_ptr<xmlChar, void (*)(void*)> text(xmlNodeListGetString(doc.get(), a->children, 0),
                                                            xmlFree);
             std::string value;
             if (text) appendBounded(value, trimmed(reinterpret_cast<const char*>(text.get())));

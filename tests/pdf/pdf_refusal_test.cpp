@@ -261,6 +261,17 @@ TEST(PDFXMP, readsElementsAttributesAndListsWithinBounds) {
     const auto external = PDFXMP::properties({reinterpret_cast<const std::uint8_t*>(entity.data()), entity.size()});
     ASSERT_TRUE(external);
     for (const auto& p : *external) EXPECT_EQ(p.value.find("root:"), std::string::npos);
+    // Entities that multiply themselves are never expanded, in text or in attributes.
+    std::string laughs = "<!DOCTYPE r [<!ENTITY a \"ha\">";
+    for (char e = 'b'; e <= 'k'; ++e) {
+        std::string refs;
+        for (int i = 0; i < 10; ++i) refs += std::string("&") + char(e - 1) + ";";
+        laughs += std::string("<!ENTITY ") + e + " \"" + refs + "\">";
+    }
+    laughs += "]><r xmlns=\"urn:x\" xmlns:p=\"urn:p\" p:v=\"&k;\"><p:t>&k;</p:t></r>";
+    const auto bombed = PDFXMP::properties({reinterpret_cast<const std::uint8_t*>(laughs.data()), laughs.size()});
+    for (const auto& p : bombed.value_or(std::vector<PDFXMP::Property>{}))
+        EXPECT_LE(p.value.size(), PDFXMP::maximumValueLength);
 }
 
 TEST(PDFInspection, reportsTheInfoEntriesThatParseAndTheCatalogXMP) {
