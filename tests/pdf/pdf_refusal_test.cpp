@@ -234,7 +234,10 @@ TEST(PDFCleaning, keepsTheOwnersPermissionsUnderANewOwnerPassword) {
     auto source = PDFDocument::open(in);
     auto cleaned = PDFDocument::open(out);
     ASSERT_TRUE(source && cleaned);
-    EXPECT_TRUE(cleaned->isEncrypted());
+    int revision = 0;
+    int permissions = 0;
+    EXPECT_TRUE(cleaned->qpdf().isEncrypted(revision, permissions));
+    EXPECT_EQ(revision, 6);  // AES-256
     EXPECT_EQ(PDFPermissions::of(cleaned->qpdf()), PDFPermissions::of(source->qpdf()));
     EXPECT_FALSE(cleaned->qpdf().allowExtractAll());
     // The old owner password is no password of the copy.
