@@ -12,6 +12,7 @@
 
 #include "image/bmp_container.h"
 #include "image/decoder_libraries.h"
+#include "image/heif_container.h"
 
 namespace tavrin::image {
 
@@ -251,14 +252,19 @@ std::vector<FrameSize> decodeHEIF(ByteSpan d, PixelBudget& budget) {
     };
     std::unique_ptr<heif_context, FreeContext> context(heif->heif_context_alloc(), FreeContext{heif->heif_context_free});
     enforce(context != nullptr, Case::decodeFailed, "libheif cannot start");
+    // The tiles of a grid are decoded one after the other on this thread: decoded in parallel,
+    // libheif 1.15 with libde265 puts other tiles' or auxiliary images' pixels into a grid now
+    // and then, so the result would prove nothing.
+    heif->heif_context_set_max_decoding_threads(context.get(), 0);
     enforce(heif->heif_context_read_from_memory_without_copy(context.get(), d.data(), d.size(), nullptr).code == heif_error_Ok,
             Case::decodeFailed, "the HEIF structure does not decode");
     const int count = heif->heif_context_get_number_of_top_level_images(context.get());
     enforce(count >= 1 && count <= 65536, Case::decodeFailed, "a HEIF file has no image");
-    std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
-    heif->heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), count);
+    // The images the container reports as frames; libheif also lists the tiles of a grid when
+    // they are not marked hidden, and decodes those at the grid's size.
+    const std::vector<std::uint32_t> ids = heifContainer::frameItemIDs(d);
     std::vector<FrameSize> out;
-    for (heif_item_id id : ids) {
+    for (std::uint32_t id : ids) {
         heif_image_handle* handle = nullptr;
         enforce(heif->heif_context_get_image_handle(context.get(), id, &handle).code == heif_error_Ok, Case::decodeFailed,
                 "a HEIF image does not open");

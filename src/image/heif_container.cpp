@@ -6,6 +6,8 @@
 #include <set>
 #include <string>
 
+#include <fmt/core.h>
+
 #include "image/exif_metadata.h"
 #include "image/icc_profile.h"
 #include "image/iso_boxes.h"
@@ -244,6 +246,8 @@ void readProperties(File& f, const Box& iprp, std::size_t& budget) {
     }
 }
 
+bool isImageType(std::string_view type);
+
 File parse(ByteSpan d) {
     File f;
     f.data = d;
@@ -273,6 +277,21 @@ File parse(ByteSpan d) {
     if (const Box* iprp = child(children, "iprp")) readProperties(f, *iprp, budget);
     f.buildIndex();
     enforce(f.item(f.primary) != nullptr, Case::invalidStructure, "a HEIF file has no primary item");
+    // Every image an image is derived from must exist: a grid that names a missing tile cannot
+    // be shown, nor rebuilt.
+    for (const auto& r : f.refs) {
+        if (r.type != "dimg") continue;
+        const Item* derived = f.item(r.from);
+        const std::string_view what = derived && derived->type == "grid" ? "grid" : "derived image";
+        const std::string_view part = derived && derived->type == "grid" ? "tile" : "input";
+        if (!derived)
+            throw ImageFormatError(Case::invalidStructure,
+                                   fmt::format("iref: a derivation starts at item {}, which does not exist", r.from));
+        for (std::uint32_t to : r.to)
+            if (!f.item(to) || !isImageType(f.item(to)->type))
+                throw ImageFormatError(Case::invalidStructure, fmt::format("iref: {} {} names {} {}, which does not exist",
+                                                                           what, r.from, part, to));
+    }
     // Every extent must lie inside the file or the item data box; checked here, before any use.
     for (const auto& item : f.items) {
         for (const auto& e : item.extents) {
@@ -309,12 +328,14 @@ bool isImageType(std::string_view type) {
 bool isExif(const Item& i) { return i.type == "Exif"; }
 bool isXMP(const Item& i) { return i.type == "mime" && i.contentType == "application/rdf+xml"; }
 
-// The images that count as frames: not hidden, no thumbnail, no auxiliary image; the primary first.
+// The images that count as frames: not hidden, no thumbnail, no auxiliary image, no tile or
+// other input of a derived image (some phones leave their tiles visible); the primary first.
 std::vector<std::uint32_t> topLevelImages(const File& f) {
     std::vector<std::uint32_t> out = {f.primary};
     for (const auto& i : f.items) {
         if (i.id == f.primary || !isImageType(i.type) || (i.flags & 1)) continue;
         if (f.hasReferenceFrom(i.id, "thmb") || f.hasReferenceFrom(i.id, "auxl")) continue;
+        if (!f.references(i.id, "dimg", false).empty()) continue;
         out.push_back(i.id);
     }
     return out;
@@ -414,6 +435,8 @@ std::vector<Properties> readFrames(ByteSpan d) {
     for (std::uint32_t id : topLevelImages(f)) frames.push_back(frameProperties(f, id, work));
     return frames;
 }
+
+std::vector<std::uint32_t> frameItemIDs(ByteSpan d) { return topLevelImages(parse(d)); }
 
 bool sameCodedImages(ByteSpan a, ByteSpan b) {
     try {
