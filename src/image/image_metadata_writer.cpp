@@ -182,6 +182,11 @@ std::string grouped(std::uint64_t n) {
     return out;
 }
 
+// "1 page", "10,000 pages".
+std::string counted(std::uint64_t n, std::string_view noun) {
+    return fmt::format("{} {}{}", grouped(n), noun, n == 1 ? "" : "s");
+}
+
 std::vector<Properties> filteredFrames(const image::ImageSource& source, const CleaningProfile& profile,
                                        const Properties& firstFiltered) {
     std::vector<Properties> frames = {firstFiltered};
@@ -273,9 +278,9 @@ std::string ImageMetadataWriter::decodeBudgetRefusal(const image::ImageSource& s
         total += wide * high;
     }
     if (total <= image::maxTotalDecodedPixels) return {};
-    return fmt::format("{}: {} {}s hold {} megapixels together, more than the {} megapixels one file may decode to be "
+    return fmt::format("{}: {} hold {} megapixels together, more than the {} megapixels one file may decode to be "
                        "verified",
-                       format, grouped(source.count()), noun, grouped(total / 1'000'000),
+                       format, counted(source.count(), noun), grouped(total / 1'000'000),
                        grouped(image::maxTotalDecodedPixels / 1'000'000));
 }
 
@@ -312,7 +317,8 @@ ImageMetadataWriter::VerificationOutcome ImageMetadataWriter::verifyOutput(const
     if (reopened->format() != source.format())
         return failed(fmt::format("the cleaned copy is no {} file", formatName(source.format())));
     if (reopened->count() < 1 || reopened->count() != source.count())
-        return failed(fmt::format("the cleaned copy has {} {}s, the original {}", reopened->count(), noun, source.count()));
+        return failed(fmt::format("the cleaned copy has {}, the original {}", counted(reopened->count(), noun),
+                                  source.count()));
     std::vector<image::FrameSize> before, after;
     try {
         after = image::decodeAllFrames(reopened->format(), reopened->bytes());
@@ -333,7 +339,8 @@ ImageMetadataWriter::VerificationOutcome ImageMetadataWriter::verifyOutput(const
         return failed("the original does not decode: " + detail(e));
     }
     if (before.size() != after.size())
-        return failed(fmt::format("the cleaned copy decodes to {} {}s, the original to {}", after.size(), noun, before.size()));
+        return failed(fmt::format("the cleaned copy decodes to {}, the original to {}", counted(after.size(), noun),
+                                  before.size()));
     for (std::size_t i = 0; i < before.size(); ++i)
         if (before[i] != after[i])
             return failed(fmt::format("{} {} decodes at {} × {} pixels, in the original at {} × {}", noun, i + 1,
