@@ -145,11 +145,6 @@ MetadataItem profileNameItem(const MetadataValue& value) {
     return makeItem(std::string(image::key::profileName), value, MetadataCategory::colorTechnical);
 }
 
-// The formats whose writer leaves out a personal colour profile the cleaning profile removes.
-bool dropsPersonalProfiles(image::ImageFormat format) {
-    return format == image::ImageFormat::jpeg || format == image::ImageFormat::png || format == image::ImageFormat::webp;
-}
-
 std::string_view formatName(image::ImageFormat format) {
     switch (format) {
         case image::ImageFormat::jpeg: return "JPEG";
@@ -187,11 +182,34 @@ std::string counted(std::uint64_t n, std::string_view noun) {
     return fmt::format("{} {}{}", grouped(n), noun, n == 1 ? "" : "s");
 }
 
+// The formats whose writer leaves out a personal colour profile the cleaning profile removes.
+bool dropsPersonalProfiles(image::ImageFormat format) {
+    return format == image::ImageFormat::jpeg || format == image::ImageFormat::png ||
+           format == image::ImageFormat::webp || format == image::ImageFormat::gif;
+}
+
+// The frame's properties filtered, and where the format can leave the colour profile out, a
+// profile with a personal name going like any removable item. A generic one is a fact about the
+// pixels and stays unreported, as every other top-level property does.
+ImageMetadataWriter::FilteredProperties filterFrame(const Properties& frame, image::ImageFormat format,
+                                                    const CleaningProfile& profile) {
+    auto out = ImageMetadataWriter::buildFilteredProperties(frame, profile);
+    if (!dropsPersonalProfiles(format)) return out;
+    if (auto it = out.properties.find(std::string(image::key::profileName)); it != out.properties.end()) {
+        MetadataItem item = profileNameItem(it->second);
+        if (item.isRemovable && profile.shouldRemove(item)) {
+            out.properties.erase(it);
+            out.removed.push_back(std::move(item));
+        }
+    }
+    return out;
+}
+
 std::vector<Properties> filteredFrames(const image::ImageSource& source, const CleaningProfile& profile,
                                        const Properties& firstFiltered) {
     std::vector<Properties> frames = {firstFiltered};
     for (std::size_t i = 1; i < source.count(); ++i)
-        frames.push_back(ImageMetadataWriter::buildFilteredProperties(source.propertiesAt(i), profile).properties);
+        frames.push_back(filterFrame(source.propertiesAt(i), source.format(), profile).properties);
     return frames;
 }
 
@@ -227,15 +245,6 @@ bool ImageMetadataWriter::isGenericICCProfileName(const MetadataValue* value) {
 ImageMetadataWriter::FilteredProperties ImageMetadataWriter::buildFilteredProperties(const Properties& frame,
                                                                                      const CleaningProfile& profile) {
     FilteredProperties out{frame, {}, {}};
-    // A colour profile with a personal name goes like any removable item; a generic one is a
-    // fact about the pixels and stays unreported, as every other top-level property does.
-    if (auto it = out.properties.find(std::string(image::key::profileName)); it != out.properties.end()) {
-        MetadataItem item = profileNameItem(it->second);
-        if (item.isRemovable && profile.shouldRemove(item)) {
-            out.properties.erase(it);
-            out.removed.push_back(std::move(item));
-        }
-    }
     for (const auto& row : image::dictionaryDescriptors()) {
         auto it = out.properties.find(std::string(row.key));
         if (it == out.properties.end()) continue;
@@ -390,7 +399,7 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
     if (const std::string refusal = decodeBudgetRefusal(*source); !refusal.empty())
         throw PipelineError::outputVerificationFailed(from, refusal);
     const Properties frame0 = source->count() > 0 ? source->propertiesAt(0) : Properties{};
-    FilteredProperties filtered = buildFilteredProperties(frame0, profile);
+    FilteredProperties filtered = filterFrame(frame0, source->format(), profile);
 
     CleaningResult result;
     result.sourceURL = from;
@@ -450,7 +459,7 @@ std::optional<image::Bytes> ImageMetadataWriter::cleanedImageData(image::ByteSpa
         if (source.count() < 1 || !withinDecodeLimits(source)) return std::nullopt;
         std::vector<Properties> frames;
         for (std::size_t i = 0; i < source.count(); ++i)
-            frames.push_back(buildFilteredProperties(source.propertiesAt(i), profile).properties);
+            frames.push_back(filterFrame(source.propertiesAt(i), source.format(), profile).properties);
         image::Bytes cleaned = image::writeImage(source, frames);
         if (source.count() == 1) (void)image::decodeAllFrames(source.format(), cleaned);
         if (!imageDataIsClean(cleaned, profile)) return std::nullopt;

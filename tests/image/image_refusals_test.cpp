@@ -39,8 +39,26 @@ Bytes jpegWithProfile(const Bytes& profile) {
     return withJPEGMetadata(encodeJPEG(16, 16), m);
 }
 
+// A GIF with its colour profile in an ICCRGBG1012 application extension behind the screen header.
+Bytes gifWithProfile(const Bytes& profile) {
+    const Bytes gif = encodeGIF(8, 8, {10}, 0);
+    const std::size_t headerEnd = 13 + ((gif[10] & 0x80) ? 3u * (2u << (gif[10] & 7)) : 0u);
+    Bytes ext = {0x21, 0xFF, 11};
+    image::append(ext, std::string_view("ICCRGBG1012"));
+    for (std::size_t at = 0; at < profile.size(); at += 255) {
+        const std::size_t n = std::min<std::size_t>(255, profile.size() - at);
+        ext.push_back(static_cast<std::uint8_t>(n));
+        ext.insert(ext.end(), profile.begin() + static_cast<std::ptrdiff_t>(at), profile.begin() + static_cast<std::ptrdiff_t>(at + n));
+    }
+    ext.push_back(0);
+    Bytes out(gif.begin(), gif.begin() + static_cast<std::ptrdiff_t>(headerEnd));
+    image::append(out, ext);
+    out.insert(out.end(), gif.begin() + static_cast<std::ptrdiff_t>(headerEnd), gif.end());
+    return out;
+}
+
 // dirty → inspect → clean → inspect → clean again: the profile's description stays or goes.
-TEST(PersonalColourProfiles, leaveEveryFormatAsTheyLeaveJPEGWhenColourDataGoes) {
+TEST(PersonalColourProfiles, leavePNGWebPAndGIFAsTheyLeaveJPEGWhenColourDataGoes) {
     CleaningProfile keepDate = CleaningProfile::maximumPrivacy();
     keepDate.specificKeysToKeep = {"EXIF.DateTimeOriginal"};  // a JPEG on the standard path
     struct Row {
@@ -57,6 +75,8 @@ TEST(PersonalColourProfiles, leaveEveryFormatAsTheyLeaveJPEGWhenColourDataGoes) 
              {"WebP, everything removed", "p.webp", webp, "Jane's Studio Monitor", CleaningProfile::maximumPrivacy(), false},
              {"JPEG standard path", "p.jpg", jpegWithProfile, "Jane's Studio Monitor", keepDate, false},
              {"JPEG lossless path", "p.jpg", jpegWithProfile, "Jane's Studio Monitor", CleaningProfile::maximumPrivacy(), false},
+             {"GIF, everything removed", "p.gif", gifWithProfile, "Jane's Studio Monitor", CleaningProfile::maximumPrivacy(), false},
+             {"GIF, location only", "p.gif", gifWithProfile, "Jane's Studio Monitor", CleaningProfile::locationOnly(), true},
              {"PNG, location only", "p.png", withICCP, "Jane's Studio Monitor", CleaningProfile::locationOnly(), true},
              {"WebP, location only", "p.webp", webp, "Jane's Studio Monitor", CleaningProfile::locationOnly(), true},
              {"PNG, generic name", "p.png", withICCP, "sRGB IEC61966-2.1", CleaningProfile::maximumPrivacy(), true},
