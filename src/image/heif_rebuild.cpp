@@ -9,6 +9,7 @@
 
 #include "image/exif_metadata.h"
 #include "image/heif_items.h"
+#include "image/icc_profile.h"
 #include "image/xmp_metadata.h"
 
 namespace tavrin::image::heifContainer {
@@ -201,7 +202,12 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
     {
         Bytes iprp, ipco;
         for (const auto& p : f.properties) {
-            if (isDecodingProperty(p.type)) append(ipco, p.whole);
+            // A colour profile stays unless its name is personal and the cleaning profile
+            // removes it from the primary image's properties.
+            const bool personalProfile = p.type == "colr" && p.body.size() > 4 &&
+                                         (startsWith(p.body, "prof") || startsWith(p.body, "rICC")) &&
+                                         !keepsICCProfile(p.body.subspan(4), filteredFrames.front());
+            if (isDecodingProperty(p.type) && !personalProfile) append(ipco, p.whole);
             else putBox(ipco, "free", {});
         }
         putBox(iprp, "ipco", ipco);

@@ -182,10 +182,11 @@ std::string counted(std::uint64_t n, std::string_view noun) {
     return fmt::format("{} {}{}", grouped(n), noun, n == 1 ? "" : "s");
 }
 
-// The formats whose writer leaves out a personal colour profile the cleaning profile removes.
+// The formats whose writer leaves out a personal colour profile the cleaning profile removes;
+// TIFF and BMP keep theirs, and their results report it as retained.
 bool dropsPersonalProfiles(image::ImageFormat format) {
     return format == image::ImageFormat::jpeg || format == image::ImageFormat::png ||
-           format == image::ImageFormat::webp || format == image::ImageFormat::gif;
+           format == image::ImageFormat::webp || format == image::ImageFormat::gif || format == image::ImageFormat::heic;
 }
 
 // The frame's properties filtered, and where the format can leave the colour profile out, a
