@@ -12,9 +12,9 @@ namespace tavrin::image {
 #define TAVRIN_HEIF_FUNCTIONS(X)                    \
     X(heif_context_alloc)                           \
     X(heif_context_free)                            \
+    X(heif_context_set_max_decoding_threads)        \
     X(heif_context_read_from_memory_without_copy)   \
     X(heif_context_get_number_of_top_level_images)  \
-    X(heif_context_get_list_of_top_level_image_IDs) \
     X(heif_context_get_image_handle)                \
     X(heif_image_handle_release)                    \
     X(heif_image_handle_get_width)                  \

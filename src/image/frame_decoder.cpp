@@ -12,6 +12,7 @@
 
 #include "image/bmp_container.h"
 #include "image/decoder_libraries.h"
+#include "image/heif_container.h"
 
 namespace tavrin::image {
 
@@ -19,12 +20,24 @@ namespace {
 
 using Case = ImageFormatError::Case;
 
+// A canvas or frame size that may be decoded at all.
 void checkArea(std::uint64_t width, std::uint64_t height) {
     enforce(width >= 1 && height >= 1, Case::decodeFailed, "a frame has no pixels");
     enforce(width * height <= maxDecodedPixels, Case::limitExceeded, "a frame is too large to decode");
 }
 
-std::vector<FrameSize> decodeJPEG(ByteSpan d) {
+// The pixels one file may still decode; every frame takes its share before it is decoded.
+struct PixelBudget {
+    std::uint64_t used = 0;
+    void take(std::uint64_t width, std::uint64_t height) {
+        checkArea(width, height);
+        enforce(width * height <= maxTotalDecodedPixels - used, Case::limitExceeded,
+                "the frames hold more than 1,000 megapixels together");
+        used += width * height;
+    }
+};
+
+std::vector<FrameSize> decodeJPEG(ByteSpan d, PixelBudget& budget) {
     struct Free {
         void operator()(void* h) const { tjDestroy(h); }
     };
@@ -34,7 +47,7 @@ std::vector<FrameSize> decodeJPEG(ByteSpan d) {
     enforce(tjDecompressHeader3(handle.get(), d.data(), static_cast<unsigned long>(d.size()), &width, &height,
                                 &subsampling, &colorspace) == 0,
             Case::decodeFailed, "the JPEG header does not decode");
-    checkArea(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height));
+    budget.take(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height));
     // A warning (premature end of data, corrupt entropy data) counts as a failed decode. The
     // proof needs every coefficient decoded, not display-quality pixels: YCbCr and grey images
     // are decoded to their planes, without colour conversion or upsampling, and with the fast
@@ -58,7 +71,7 @@ std::vector<FrameSize> decodeJPEG(ByteSpan d) {
     return {{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)}};
 }
 
-std::vector<FrameSize> decodePNG(ByteSpan d) {
+std::vector<FrameSize> decodePNG(ByteSpan d, PixelBudget& budget) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     enforce(png_image_begin_read_from_memory(&image, d.data(), d.size()) != 0, Case::decodeFailed,
@@ -67,7 +80,7 @@ std::vector<FrameSize> decodePNG(ByteSpan d) {
         png_image* image;
         ~Guard() { png_image_free(image); }
     } guard{&image};
-    checkArea(image.width, image.height);
+    budget.take(image.width, image.height);
     image.format = PNG_FORMAT_RGBA;
     std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
     enforce(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr) != 0, Case::decodeFailed,
@@ -100,7 +113,7 @@ int tiffClose(thandle_t) { return 0; }
 toff_t tiffSize(thandle_t h) { return static_cast<MemoryFile*>(h)->data.size(); }
 int tiffQuiet(TIFF*, void*, const char*, const char*, va_list) { return 1; }
 
-std::vector<FrameSize> decodeTIFF(ByteSpan d) {
+std::vector<FrameSize> decodeTIFF(ByteSpan d, PixelBudget& budget) {
     const TIFFFunctions* tiff = tiffLibrary();
     enforce(tiff != nullptr, Case::decodeFailed, "libtiff cannot be loaded");
     MemoryFile file{d, 0};
@@ -121,7 +134,7 @@ std::vector<FrameSize> decodeTIFF(ByteSpan d) {
         std::uint32_t width = 0, height = 0;
         tiff->TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
         tiff->TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
-        checkArea(width, height);
+        budget.take(width, height);
         std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) * height);
         enforce(tiff->TIFFReadRGBAImageOriented(tif, width, height, pixels.data(), ORIENTATION_TOPLEFT, 1) == 1,
                 Case::decodeFailed, "a TIFF page does not decode");
@@ -134,7 +147,7 @@ std::vector<FrameSize> decodeTIFF(ByteSpan d) {
 // Still and animated WebP: the demuxer validates the chunk structure, then every frame's own
 // bitstream (alpha included) is decoded at its own size. Composing frames on the canvas proves
 // nothing more and would cost two canvases, however small the frames.
-std::vector<FrameSize> decodeWebP(ByteSpan d) {
+std::vector<FrameSize> decodeWebP(ByteSpan d, PixelBudget& budget) {
     WebPData data{d.data(), d.size()};
     struct FreeDemuxer {
         void operator()(WebPDemuxer* p) const { WebPDemuxDelete(p); }
@@ -156,6 +169,7 @@ std::vector<FrameSize> decodeWebP(ByteSpan d) {
         enforce(frame.width >= 1 && frame.height >= 1 && static_cast<std::uint64_t>(frame.x_offset) + frame.width <= width &&
                     static_cast<std::uint64_t>(frame.y_offset) + frame.height <= height,
                 Case::decodeFailed, "a WebP frame lies outside its canvas");
+        budget.take(frame.width, frame.height);
         WebPDecoderConfig config;
         enforce(WebPInitDecoderConfig(&config) != 0, Case::decodeFailed, "libwebp cannot start");
         config.output.colorspace = MODE_RGBA;
@@ -170,7 +184,7 @@ std::vector<FrameSize> decodeWebP(ByteSpan d) {
 }
 
 // GIF frame by frame, one row at a time, so that a long animation never sits in memory whole.
-std::vector<FrameSize> decodeGIF(ByteSpan d) {
+std::vector<FrameSize> decodeGIF(ByteSpan d, PixelBudget& budget) {
     struct Input {
         ByteSpan data;
         std::size_t at = 0;
@@ -203,7 +217,7 @@ std::vector<FrameSize> decodeGIF(ByteSpan d) {
         if (record == IMAGE_DESC_RECORD_TYPE) {
             enforce(DGifGetImageDesc(gif) == GIF_OK, Case::decodeFailed, "a GIF image descriptor does not decode");
             const int w = gif->Image.Width, h = gif->Image.Height;
-            checkArea(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
+            budget.take(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
             enforce(gif->Image.ColorMap || gif->SColorMap, Case::decodeFailed, "a GIF frame has no colour table");
             row.resize(static_cast<std::size_t>(w));
             for (int y = 0; y < h; ++y)
@@ -229,7 +243,7 @@ std::vector<FrameSize> decodeGIF(ByteSpan d) {
 }
 
 // Every top-level image of a HEIF file, decoded with its transformations applied.
-std::vector<FrameSize> decodeHEIF(ByteSpan d) {
+std::vector<FrameSize> decodeHEIF(ByteSpan d, PixelBudget& budget) {
     const HEIFFunctions* heif = heifLibrary();
     enforce(heif != nullptr, Case::decodeFailed, "libheif cannot be loaded");
     struct FreeContext {
@@ -238,14 +252,19 @@ std::vector<FrameSize> decodeHEIF(ByteSpan d) {
     };
     std::unique_ptr<heif_context, FreeContext> context(heif->heif_context_alloc(), FreeContext{heif->heif_context_free});
     enforce(context != nullptr, Case::decodeFailed, "libheif cannot start");
+    // The tiles of a grid are decoded one after the other on this thread: decoded in parallel,
+    // libheif 1.15 with libde265 puts other tiles' or auxiliary images' pixels into a grid now
+    // and then, so the result would prove nothing.
+    heif->heif_context_set_max_decoding_threads(context.get(), 0);
     enforce(heif->heif_context_read_from_memory_without_copy(context.get(), d.data(), d.size(), nullptr).code == heif_error_Ok,
             Case::decodeFailed, "the HEIF structure does not decode");
     const int count = heif->heif_context_get_number_of_top_level_images(context.get());
     enforce(count >= 1 && count <= 65536, Case::decodeFailed, "a HEIF file has no image");
-    std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
-    heif->heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), count);
+    // The images the container reports as frames; libheif also lists the tiles of a grid when
+    // they are not marked hidden, and decodes those at the grid's size.
+    const std::vector<std::uint32_t> ids = heifContainer::frameItemIDs(d);
     std::vector<FrameSize> out;
-    for (heif_item_id id : ids) {
+    for (std::uint32_t id : ids) {
         heif_image_handle* handle = nullptr;
         enforce(heif->heif_context_get_image_handle(context.get(), id, &handle).code == heif_error_Ok, Case::decodeFailed,
                 "a HEIF image does not open");
@@ -255,7 +274,7 @@ std::vector<FrameSize> decodeHEIF(ByteSpan d) {
             ~ReleaseHandle() { heif->heif_image_handle_release(h); }
         } releaseHandle{heif, handle};
         const int w = heif->heif_image_handle_get_width(handle), h = heif->heif_image_handle_get_height(handle);
-        checkArea(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
+        budget.take(static_cast<std::uint64_t>(std::max(w, 0)), static_cast<std::uint64_t>(std::max(h, 0)));
         heif_image* image = nullptr;
         enforce(heif->heif_decode_image(handle, &image, heif_colorspace_undefined, heif_chroma_undefined, nullptr).code ==
                     heif_error_Ok,
@@ -269,11 +288,11 @@ std::vector<FrameSize> decodeHEIF(ByteSpan d) {
 }
 
 // Our own bitmap decoder: every row of the pixel array, or every RLE command, is read.
-std::vector<FrameSize> decodeBMP(ByteSpan d) {
+std::vector<FrameSize> decodeBMP(ByteSpan d, PixelBudget& budget) {
     const auto l = bmpContainer::parse(d);
     const auto width = static_cast<std::uint32_t>(l.width);
     const auto height = static_cast<std::uint32_t>(std::llabs(l.height));
-    checkArea(width, height);
+    budget.take(width, height);
     const std::size_t paletteEntries = l.palette.size() / (l.headerSize == 12 ? 3 : 4);
     if (l.compression == 1 || l.compression == 2) {
         // RLE8 and RLE4: commands of (count, value) pairs with escapes for end of line, end of
@@ -341,14 +360,15 @@ std::vector<FrameSize> decodeBMP(ByteSpan d) {
 }  // namespace
 
 std::vector<FrameSize> decodeAllFrames(ImageFormat format, ByteSpan data) {
+    PixelBudget budget;
     switch (format) {
-        case ImageFormat::jpeg: return decodeJPEG(data);
-        case ImageFormat::png: return decodePNG(data);
-        case ImageFormat::tiff: return decodeTIFF(data);
-        case ImageFormat::webp: return decodeWebP(data);
-        case ImageFormat::gif: return decodeGIF(data);
-        case ImageFormat::heic: return decodeHEIF(data);
-        case ImageFormat::bmp: return decodeBMP(data);
+        case ImageFormat::jpeg: return decodeJPEG(data, budget);
+        case ImageFormat::png: return decodePNG(data, budget);
+        case ImageFormat::tiff: return decodeTIFF(data, budget);
+        case ImageFormat::webp: return decodeWebP(data, budget);
+        case ImageFormat::gif: return decodeGIF(data, budget);
+        case ImageFormat::heic: return decodeHEIF(data, budget);
+        case ImageFormat::bmp: return decodeBMP(data, budget);
         case ImageFormat::raw: break;
     }
     throw ImageFormatError(Case::decodeFailed, "no decoder for this format");

@@ -18,9 +18,13 @@ struct FrameSize {
 
 // No frame larger than this many pixels is decoded; such an image cannot be verified.
 inline constexpr std::uint64_t maxDecodedPixels = 256'000'000;
+// Nor more pixels than this over all frames of one file together: a small file whose many pages
+// share one coded strip would otherwise decode for hours.
+inline constexpr std::uint64_t maxTotalDecodedPixels = 1'000'000'000;
 
 // The size of every frame, each fully decoded. Throws `ImageFormatError` (`decodeFailed`,
-// `limitExceeded`) when any frame does not decode completely.
+// `limitExceeded`) when any frame does not decode completely, or before decoding a frame that
+// would take the file past `maxTotalDecodedPixels`.
 std::vector<FrameSize> decodeAllFrames(ImageFormat format, ByteSpan data);
 
 }  // namespace tavrin::image

@@ -207,7 +207,8 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
     append(out, s.header);
     out[4] = '9';  // the extensions we write belong to GIF89a
     if (s.loop) append(out, *s.loop);
-    if (s.iccExtension) append(out, *s.iccExtension);
+    // The colour profile stays unless its name is personal and the cleaning profile removes it.
+    if (s.iccExtension && keepsICCProfile(s.icc, filtered)) append(out, *s.iccExtension);
     if (gif && gif->count("Comment") && !s.comments.empty()) {
         for (const auto& c : s.comments) {
             out.insert(out.end(), {0x21, 0xFE});

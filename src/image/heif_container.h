@@ -3,6 +3,7 @@
 // iref, iprp with ipco and ipma, idat) and the Exif and XMP items that describe an image.
 // Rebuilding writes a new meta box and a single mdat holding the kept items' data unchanged.
 
+#include <cstdint>
 #include <vector>
 
 #include "image/image_properties.h"
@@ -13,6 +14,9 @@ namespace tavrin::image::heifContainer {
 // profile's name and the Exif and XMP items that describe it. An item whose location points
 // outside the file, loops of boxes and excessive counts throw `ImageFormatError`.
 std::vector<Properties> readFrames(ByteSpan heif);
+
+// The item ids of the images `readFrames` reports, in the same order. Throws `ImageFormatError`.
+std::vector<std::uint32_t> frameItemIDs(ByteSpan heif);
 
 // True when both files hold the same coded images under the same ids: item types and data,
 // decoding properties in order, derivation references, the same primary and top-level images.

@@ -1,5 +1,7 @@
 #include "image/icc_profile.h"
 
+#include "image/image_structural_keys.h"
+
 namespace tavrin::image {
 
 std::optional<std::string> iccProfileDescription(ByteSpan p) {
@@ -31,6 +33,13 @@ std::optional<std::string> iccProfileDescription(ByteSpan p) {
         return std::nullopt;
     }
     return std::nullopt;
+}
+
+bool keepsICCProfile(ByteSpan profile, const Properties& filtered) {
+    const auto name = iccProfileDescription(profile);
+    if (!name) return true;
+    const MetadataValue value = MetadataValue::string(*name);
+    return isGenericICCProfileName(&value) || filtered.count(std::string(key::profileName)) > 0;
 }
 
 }  // namespace tavrin::image

@@ -106,6 +106,10 @@ MetadataTree ImageMetadataReader::readMetadata(const std::filesystem::path& url)
     std::optional<image::ImageSource> source;
     try {
         source = image::ImageSource::create(image::readImageFile(url), type == FileType::raw);
+    } catch (const ImageFormatError& e) {
+        // What the parser found, named once: "(iCCP: the profile does not inflate)".
+        throw ImageMetadataReaderError(ImageMetadataReaderError::Case::cannotCreateImageSource,
+                                       e.detail().empty() ? e.what() : e.detail());
     } catch (const std::exception& e) {
         throw ImageMetadataReaderError(ImageMetadataReaderError::Case::cannotCreateImageSource, e.what());
     }

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cmath>
 
+#include <fmt/core.h>
+
 #include "model/file_system.h"
 #include "model/metadata_categorizer.h"
 #include "model/pipeline_error.h"
@@ -122,11 +124,93 @@ bool profileNames(const MetadataItem& item, const CleaningProfile& profile) {
            profile.categoriesToRemove.count(item.category);
 }
 
+// The first-level entries of the listed dictionaries that the profile names and keeps not.
+std::vector<MetadataItem> residualItems(const Properties& frame, const CleaningProfile& profile) {
+    std::vector<MetadataItem> out;
+    for (const auto& row : image::dictionaryDescriptors()) {
+        const Properties* dict = image::subDictionary(frame, row.key);
+        if (!dict) continue;
+        for (const auto& [key, value] : *dict) {
+            MetadataItem item =
+                makeItem(std::string(row.prefix) + "." + key, value, MetadataCategorizer::categorize(key, row.prefix));
+            if (item.isRemovable && !keptBySpecificKey(item, profile) && profileNames(item, profile))
+                out.push_back(std::move(item));
+        }
+    }
+    return out;
+}
+
+// The colour profile's name as an item; removable only when it is no generic name.
+MetadataItem profileNameItem(const MetadataValue& value) {
+    return makeItem(std::string(image::key::profileName), value, MetadataCategory::colorTechnical);
+}
+
+std::string_view formatName(image::ImageFormat format) {
+    switch (format) {
+        case image::ImageFormat::jpeg: return "JPEG";
+        case image::ImageFormat::png: return "PNG";
+        case image::ImageFormat::tiff: return "TIFF";
+        case image::ImageFormat::heic: return "HEIF";
+        case image::ImageFormat::webp: return "WebP";
+        case image::ImageFormat::gif: return "GIF";
+        case image::ImageFormat::bmp: return "BMP";
+        case image::ImageFormat::raw: return "raw image";
+    }
+    return "image";
+}
+
+std::string_view frameNoun(image::ImageFormat format) {
+    switch (format) {
+        case image::ImageFormat::tiff: return "page";
+        case image::ImageFormat::heic: return "image";
+        default: return "frame";
+    }
+}
+
+// 1234567 as "1,234,567".
+std::string grouped(std::uint64_t n) {
+    std::string digits = std::to_string(n), out;
+    for (std::size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) out.push_back(',');
+        out.push_back(digits[i]);
+    }
+    return out;
+}
+
+// "1 page", "10,000 pages".
+std::string counted(std::uint64_t n, std::string_view noun) {
+    return fmt::format("{} {}{}", grouped(n), noun, n == 1 ? "" : "s");
+}
+
+// The formats whose writer leaves out a personal colour profile the cleaning profile removes;
+// TIFF and BMP keep theirs, and their results report it as retained.
+bool dropsPersonalProfiles(image::ImageFormat format) {
+    return format == image::ImageFormat::jpeg || format == image::ImageFormat::png ||
+           format == image::ImageFormat::webp || format == image::ImageFormat::gif || format == image::ImageFormat::heic;
+}
+
+// The frame's properties filtered, and where the format can leave the colour profile out, a
+// profile with a personal name going like any removable item. A generic one is a fact about the
+// pixels and stays unreported, as every other top-level property does.
+ImageMetadataWriter::FilteredProperties filterFrame(const Properties& frame, image::ImageFormat format,
+                                                    const CleaningProfile& profile) {
+    auto out = ImageMetadataWriter::buildFilteredProperties(frame, profile);
+    if (!dropsPersonalProfiles(format)) return out;
+    if (auto it = out.properties.find(std::string(image::key::profileName)); it != out.properties.end()) {
+        MetadataItem item = profileNameItem(it->second);
+        if (item.isRemovable && profile.shouldRemove(item)) {
+            out.properties.erase(it);
+            out.removed.push_back(std::move(item));
+        }
+    }
+    return out;
+}
+
 std::vector<Properties> filteredFrames(const image::ImageSource& source, const CleaningProfile& profile,
                                        const Properties& firstFiltered) {
     std::vector<Properties> frames = {firstFiltered};
     for (std::size_t i = 1; i < source.count(); ++i)
-        frames.push_back(ImageMetadataWriter::buildFilteredProperties(source.propertiesAt(i), profile).properties);
+        frames.push_back(filterFrame(source.propertiesAt(i), source.format(), profile).properties);
     return frames;
 }
 
@@ -181,17 +265,33 @@ ImageMetadataWriter::FilteredProperties ImageMetadataWriter::buildFilteredProper
 std::set<MetadataCategory> ImageMetadataWriter::residualRemovableCategories(const Properties& frame,
                                                                             const CleaningProfile& profile) {
     std::set<MetadataCategory> out;
-    for (const auto& row : image::dictionaryDescriptors()) {
-        const Properties* dict = image::subDictionary(frame, row.key);
-        if (!dict) continue;
-        for (const auto& [key, value] : *dict) {
-            const MetadataItem item =
-                makeItem(std::string(row.prefix) + "." + key, value, MetadataCategorizer::categorize(key, row.prefix));
-            if (item.isRemovable && !keptBySpecificKey(item, profile) && profileNames(item, profile))
-                out.insert(item.category);
-        }
-    }
+    for (const auto& item : residualItems(frame, profile)) out.insert(item.category);
     return out;
+}
+
+std::string ImageMetadataWriter::decodeBudgetRefusal(const image::ImageSource& source) {
+    const std::string_view format = formatName(source.format()), noun = frameNoun(source.format());
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; i < source.count(); ++i) {
+        const Properties& frame = source.propertiesAt(i);
+        auto w = frame.find(std::string(image::key::pixelWidth));
+        auto h = frame.find(std::string(image::key::pixelHeight));
+        if (w == frame.end() || h == frame.end()) continue;  // the decoder counts such a frame as it goes
+        const auto width = w->second.doubleValue(), height = h->second.doubleValue();
+        if (!width || !height || *width < 1 || *height < 1) continue;
+        const auto wide = static_cast<std::uint64_t>(std::min(*width, 4.0e9));
+        const auto high = static_cast<std::uint64_t>(std::min(*height, 4.0e9));
+        if (wide * high > image::maxDecodedPixels)
+            return fmt::format("{} {} {}: {} × {} pixels, more than the {} megapixels one {} may decode to be verified",
+                               format, noun, i + 1, grouped(wide), grouped(high), image::maxDecodedPixels / 1'000'000,
+                               noun);
+        total += wide * high;
+    }
+    if (total <= image::maxTotalDecodedPixels) return {};
+    return fmt::format("{}: {} hold {} megapixels together, more than the {} megapixels one file may decode to be "
+                       "verified",
+                       format, counted(source.count(), noun), grouped(total / 1'000'000),
+                       grouped(image::maxTotalDecodedPixels / 1'000'000));
 }
 
 bool ImageMetadataWriter::withinDecodeLimits(const image::ImageSource& source) {
@@ -212,29 +312,71 @@ bool ImageMetadataWriter::withinDecodeLimits(const image::ImageSource& source) {
 ImageMetadataWriter::VerificationOutcome ImageMetadataWriter::verifyOutput(const image::ImageSource& source,
                                                                            image::ByteSpan output,
                                                                            const CleaningProfile& profile) {
-    VerificationOutcome failed{false, {}};
+    auto failed = [](std::string reason) { return VerificationOutcome{false, {}, std::move(reason)}; };
+    auto detail = [](const std::exception& e) {
+        const auto* format = dynamic_cast<const ImageFormatError*>(&e);
+        return std::string(format && !format->detail().empty() ? format->detail() : e.what());
+    };
+    const std::string_view noun = frameNoun(source.format());
+    std::optional<image::ImageSource> reopened;
     try {
-        const auto reopened = image::ImageSource::create(image::Bytes(output.begin(), output.end()));
-        if (reopened.count() < 1 || reopened.count() != source.count() || reopened.format() != source.format())
-            return failed;
-        const auto after = image::decodeAllFrames(reopened.format(), reopened.bytes());
-        // Coded images copied byte for byte decode exactly as the source's do: decoding the
-        // source too would repeat the same work. Worth proving for the formats whose decoding
-        // dominates a clean.
-        const bool sameCodedImage =
-            (source.format() == image::ImageFormat::jpeg &&
-             image::jpegContainer::sameCodedImage(source.bytes(), reopened.bytes())) ||
-            (source.format() == image::ImageFormat::heic &&
-             image::heifContainer::sameCodedImages(source.bytes(), reopened.bytes()));
-        const auto before = sameCodedImage ? after : image::decodeAllFrames(source.format(), source.bytes());
-        if (before.empty() || before != after) return failed;
-        std::set<MetadataCategory> residual;
-        for (std::size_t i = 0; i < reopened.count(); ++i)
-            residual.merge(residualRemovableCategories(reopened.propertiesAt(i), profile));
-        return {residual.empty(), {residual.begin(), residual.end()}};
-    } catch (...) {
-        return failed;
+        reopened = image::ImageSource::create(image::Bytes(output.begin(), output.end()));
+    } catch (const std::exception& e) {
+        return failed("the cleaned copy does not open: " + detail(e));
     }
+    if (reopened->format() != source.format())
+        return failed(fmt::format("the cleaned copy is no {} file", formatName(source.format())));
+    if (reopened->count() < 1 || reopened->count() != source.count())
+        return failed(fmt::format("the cleaned copy has {}, the original {}", counted(reopened->count(), noun),
+                                  source.count()));
+    std::vector<image::FrameSize> before, after;
+    try {
+        after = image::decodeAllFrames(reopened->format(), reopened->bytes());
+    } catch (const std::exception& e) {
+        return failed("the cleaned copy does not decode: " + detail(e));
+    }
+    // Coded images copied byte for byte decode exactly as the source's do: decoding the source
+    // too would repeat the same work. Worth proving for the formats whose decoding dominates a
+    // clean.
+    const bool sameCodedImage =
+        (source.format() == image::ImageFormat::jpeg &&
+         image::jpegContainer::sameCodedImage(source.bytes(), reopened->bytes())) ||
+        (source.format() == image::ImageFormat::heic &&
+         image::heifContainer::sameCodedImages(source.bytes(), reopened->bytes()));
+    try {
+        before = sameCodedImage ? after : image::decodeAllFrames(source.format(), source.bytes());
+    } catch (const std::exception& e) {
+        return failed("the original does not decode: " + detail(e));
+    }
+    if (before.size() != after.size())
+        return failed(fmt::format("the cleaned copy decodes to {}, the original to {}", counted(after.size(), noun),
+                                  before.size()));
+    for (std::size_t i = 0; i < before.size(); ++i)
+        if (before[i] != after[i])
+            return failed(fmt::format("{} {} decodes at {} × {} pixels, in the original at {} × {}", noun, i + 1,
+                                      after[i].width, after[i].height, before[i].width, before[i].height));
+    std::set<MetadataCategory> residual;
+    std::string reason;
+    for (std::size_t i = 0; i < reopened->count(); ++i) {
+        const Properties& frame = reopened->propertiesAt(i);
+        for (const auto& item : residualItems(frame, profile)) {
+            if (reason.empty()) reason = fmt::format("{} {}: {} remains", noun, i + 1, item.key);
+            residual.insert(item.category);
+        }
+        // A personal colour profile the cleaning profile removes must be gone where the writer
+        // leaves it out.
+        if (const auto it = frame.find(std::string(image::key::profileName));
+            it != frame.end() && dropsPersonalProfiles(source.format())) {
+            const MetadataItem item = profileNameItem(it->second);
+            if (item.isRemovable && !keptBySpecificKey(item, profile) && profileNames(item, profile)) {
+                if (reason.empty())
+                    reason = fmt::format("{} {}: the colour profile named \"{}\" remains", noun, i + 1,
+                                         it->second.kind() == MetadataValue::Kind::string ? it->second.asString() : "");
+                residual.insert(item.category);
+            }
+        }
+    }
+    return {residual.empty(), {residual.begin(), residual.end()}, residual.empty() ? std::string() : reason};
 }
 
 CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& from, const std::filesystem::path& to,
@@ -247,13 +389,18 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
         const auto failure = e.errorCase() == ImageFormatError::Case::unknownFormat
                                  ? ImageWriterError::Case::unknownImageType
                                  : ImageWriterError::Case::cannotCreateSource;
-        throw PipelineError::readFailed(from, std::make_exception_ptr(ImageWriterError(failure, e.what())));
+        throw PipelineError::readFailed(
+            from, std::make_exception_ptr(ImageWriterError(failure, e.detail().empty() ? e.what() : e.detail())));
     } catch (const std::exception& e) {
         throw PipelineError::readFailed(
             from, std::make_exception_ptr(ImageWriterError(ImageWriterError::Case::cannotCreateSource, e.what())));
     }
+    // Verification decodes every frame of both files; a file whose frames would take too long
+    // is refused before anything is written or decoded.
+    if (const std::string refusal = decodeBudgetRefusal(*source); !refusal.empty())
+        throw PipelineError::outputVerificationFailed(from, refusal);
     const Properties frame0 = source->count() > 0 ? source->propertiesAt(0) : Properties{};
-    FilteredProperties filtered = buildFilteredProperties(frame0, profile);
+    FilteredProperties filtered = filterFrame(frame0, source->format(), profile);
 
     CleaningResult result;
     result.sourceURL = from;
@@ -288,7 +435,7 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
         throw ImageWriterError(ImageWriterError::Case::finalizationFailed, e.what());
     }
     const VerificationOutcome outcome = verifyOutput(*source, output, profile);
-    if (!outcome.passed) throw PipelineError::outputVerificationFailed(from);
+    if (!outcome.passed) throw PipelineError::outputVerificationFailed(from, outcome.reason);
 
     auto sizeOf = [](const std::filesystem::path& p) -> std::int64_t {
         try {
@@ -313,7 +460,7 @@ std::optional<image::Bytes> ImageMetadataWriter::cleanedImageData(image::ByteSpa
         if (source.count() < 1 || !withinDecodeLimits(source)) return std::nullopt;
         std::vector<Properties> frames;
         for (std::size_t i = 0; i < source.count(); ++i)
-            frames.push_back(buildFilteredProperties(source.propertiesAt(i), profile).properties);
+            frames.push_back(filterFrame(source.propertiesAt(i), source.format(), profile).properties);
         image::Bytes cleaned = image::writeImage(source, frames);
         if (source.count() == 1) (void)image::decodeAllFrames(source.format(), cleaned);
         if (!imageDataIsClean(cleaned, profile)) return std::nullopt;

@@ -27,6 +27,7 @@ public:
     struct VerificationOutcome {
         bool passed = false;
         std::vector<MetadataCategory> residualCategories;  // sorted
+        std::string reason;  // why it did not pass, naming the frame, part or key
     };
 
     struct FilteredProperties {
@@ -53,6 +54,9 @@ public:
     // The steps, public for the tests that prove them one by one.
     static FilteredProperties buildFilteredProperties(const image::Properties& frame, const CleaningProfile& profile);
     static bool withinDecodeLimits(const image::ImageSource& source);
+    // Why verifying `source` would decode too much (one frame over `maxDecodedPixels`, all frames
+    // together over `maxTotalDecodedPixels`), read from the frame sizes alone; empty when it fits.
+    static std::string decodeBudgetRefusal(const image::ImageSource& source);
     static std::set<MetadataCategory> residualRemovableCategories(const image::Properties& frame,
                                                                   const CleaningProfile& profile);
     // Decodes every frame of both images; counts and sizes must match, and no frame of the

@@ -25,7 +25,7 @@ const std::set<std::string, std::less<>>& universalStructuralKeys() {
 const std::map<std::string, std::set<std::string, std::less<>>, std::less<>>& sourceScopedStructuralKeys() {
     static const std::map<std::string, std::set<std::string, std::less<>>, std::less<>> keys = {
         {"PNG", {"Gamma", "InterlaceType", "sRGBIntent", "Chromaticities", "XPixelsPerMeter", "YPixelsPerMeter",
-                 "ColorMap", "Software"}},
+                 "ColorMap"}},
         {"GIF", {"ImageColorMap", "HasGlobalColorMap"}},
         {"WebP", {}},
         {"EXIF", {"ColorSpace", "ComponentsConfiguration", "FlashPixVersion", "ExifVersion", "SceneType"}},

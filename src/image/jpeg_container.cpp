@@ -226,8 +226,8 @@ Bytes rebuild(ByteSpan d, const Properties& filtered) {
         const Bytes exif = filteredExifBlock(parseTiff(*f.exif, 2), filtered);
         if (!exif.empty()) putSegment(out, 0xE1, exifID, exif);
     }
-    // The ICC profile is a top-level fact, which the profile filter passes through unchanged.
-    if (!f.icc.empty()) putICC(out, f.icc);
+    // The colour profile stays unless its name is personal and the cleaning profile removes it.
+    if (!f.icc.empty() && keepsICCProfile(f.icc, filtered)) putICC(out, f.icc);
     if (const Properties* xmp = subDictionary(filtered, key::xmp); xmp && !f.xmp.empty()) {
         const std::string packet = filteredXMPPacket(f.xmp.front(), xmp);
         if (!packet.empty()) putSegment(out, 0xE1, xmpID, bytesOf(packet));

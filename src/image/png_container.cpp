@@ -89,6 +89,28 @@ std::optional<TextChunk> readText(const Chunk& c) {
     return t;
 }
 
+// The end of an iCCP chunk's name: the terminator, followed by the compression method and the
+// compressed profile. Refuses a chunk that has no such layout.
+std::size_t profileNameEnd(const Chunk& c) {
+    std::size_t nul = 0;
+    while (nul < c.data.size() && nul < 80 && c.data[nul] != 0) ++nul;
+    enforce(nul >= 1 && nul < 80 && nul + 2 <= c.data.size(), Case::invalidStructure,
+            "iCCP: the chunk holds no profile name and compressed profile");
+    enforce(c.data[nul + 1] == 0, Case::invalidStructure, "iCCP: the profile uses an unknown compression method");
+    return nul;
+}
+
+Bytes iccProfileOf(const Chunk& c) {
+    try {
+        return inflateZlib(c.data.subspan(profileNameEnd(c) + 2), 64 << 20);
+    } catch (const ImageFormatError& e) {
+        if (e.detail().rfind("iCCP", 0) == 0) throw;
+        if (e.errorCase() == Case::limitExceeded)
+            throw ImageFormatError(e.errorCase(), "iCCP: the profile inflates to more than 64 MB");
+        throw ImageFormatError(e.errorCase(), "iCCP: the profile does not inflate");
+    }
+}
+
 bool isText(const Chunk& c) { return c.type == "tEXt" || c.type == "zTXt" || c.type == "iTXt"; }
 
 MetadataValue decimal(double d) {
@@ -143,12 +165,7 @@ Properties readProperties(ByteSpan d) {
             set(frame, key::dpiWidth, MetadataValue::integer(std::lround(x * 0.0254)));
             set(frame, key::dpiHeight, MetadataValue::integer(std::lround(y * 0.0254)));
         } else if (c.type == "iCCP") {
-            std::size_t nul = 0;
-            while (nul < c.data.size() && c.data[nul] != 0) ++nul;
-            if (nul + 2 <= c.data.size()) {
-                const Bytes profile = inflateZlib(c.data.subspan(nul + 2), 64 << 20);
-                if (auto name = iccProfileDescription(profile)) set(frame, key::profileName, MetadataValue::string(*name));
-            }
+            if (auto name = iccProfileDescription(iccProfileOf(c))) set(frame, key::profileName, MetadataValue::string(*name));
         } else if (c.type == "eXIf") {
             addExifProperties(parseTiff(c.data, 2), 0, ExifContext::embedded, frame);
         } else if (c.type == "tIME" && c.data.size() == 7) {
@@ -198,13 +215,12 @@ Bytes rebuild(ByteSpan d, const Properties& filtered) {
         static const std::string_view structural[] = {"PLTE", "tRNS", "gAMA", "cHRM", "sRGB", "sBIT", "pHYs", "bKGD",
                                                       "acTL", "fcTL", "fdAT", "IDAT", "IEND", "cICP", "mDCv", "cLLi"};
         if (c.type == "iCCP") {
-            // The profile's own name can be anything a person typed; a neutral one replaces it.
-            std::size_t nul = 0;
-            while (nul < c.data.size() && c.data[nul] != 0) ++nul;
-            if (nul + 2 > c.data.size()) continue;
+            // The chunk's own name can be anything a person typed; a neutral one replaces it. The
+            // profile inside goes with the rule for every format.
+            if (!keepsICCProfile(iccProfileOf(c), filtered)) continue;
             Bytes body;
             append(body, std::string_view("ICC Profile\0", 12));
-            append(body, c.data.subspan(nul + 1));
+            append(body, c.data.subspan(profileNameEnd(c) + 1));
             putChunk(out, "iCCP", body);
         } else if (std::find(std::begin(structural), std::end(structural), c.type) != std::end(structural)) {
             append(out, c.whole);

@@ -208,6 +208,8 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
     if (const Chunk* c = find(l.chunks, "EXIF")) exif = filteredExifBlock(parseTiff(exifPayload(c->data), 2), filtered);
     if (const Chunk* c = find(l.chunks, "XMP ")) xmp = filteredXMPPacket(c->data, subDictionary(filtered, key::xmp));
     const Chunk* icc = l.vp8x ? find(l.chunks, "ICCP") : nullptr;
+    // The colour profile stays unless its name is personal and the cleaning profile removes it.
+    if (icc && !keepsICCProfile(icc->data, filtered)) icc = nullptr;
 
     Bytes body;
     // The image chunks: the frames of an animation, or the alpha and bitstream of a still image.
@@ -249,7 +251,6 @@ Bytes rebuild(ByteSpan d, const std::vector<Properties>& filteredFrames) {
         putLE24(vp8x, l.canvasWidth - 1);
         putLE24(vp8x, l.canvasHeight - 1);
         putChunk(out, "VP8X", vp8x);
-        // The colour profile describes the pixels; like the frames it is copied unchanged.
         if (icc) putChunk(out, "ICCP", icc->data);
     }
     append(out, body);

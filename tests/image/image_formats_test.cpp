@@ -68,10 +68,13 @@ TEST(ImageFormats, aSecondFrameGPSEntryThatSurvivesFailsVerification) {
     const auto outcome = ImageMetadataWriter::verifyOutput(source, bad, profile);
     EXPECT_FALSE(outcome.passed);
     EXPECT_EQ(outcome.residualCategories, std::vector<MetadataCategory>{MetadataCategory::location});
+    EXPECT_EQ(outcome.reason.rfind("page 2: GPS.", 0), 0u) << outcome.reason;
 
-    // A frame fewer also fails.
+    // A frame fewer also fails, and says so.
     const auto onePage = image::ImageSource::create(dirtyTIFF((dir / "one.tif").string(), 1, -1));
-    EXPECT_FALSE(ImageMetadataWriter::verifyOutput(source, image::writeImage(onePage, {frame0}), profile).passed);
+    const auto shorter = ImageMetadataWriter::verifyOutput(source, image::writeImage(onePage, {frame0}), profile);
+    EXPECT_FALSE(shorter.passed);
+    EXPECT_EQ(shorter.reason, "the cleaned copy has 1 page, the original 2");
 }
 
 }  // namespace

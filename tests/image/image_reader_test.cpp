@@ -71,7 +71,7 @@ TEST(ImageMetadataReader, reportsPNGTextTimeAndEmbeddedExif) {
     const auto items = ImageMetadataReader().readMetadata(dir / "d.png").allItems();
     EXPECT_EQ(find(items, "PNG.Author")->value, MetadataValue::string("Jane Example"));
     EXPECT_EQ(find(items, "PNG.CreationTime")->category, MetadataCategory::timestamps);
-    EXPECT_FALSE(find(items, "PNG.Software")->isRemovable);  // structural under PNG, unlike TIFF.Software
+    EXPECT_TRUE(find(items, "PNG.Software")->isRemovable);  // names the editing program, as TIFF.Software does
     EXPECT_TRUE(find(items, "TIFF.Software")->isRemovable);
     EXPECT_TRUE(find(items, "GPS.Longitude"));
     EXPECT_EQ(find(items, "PNG.ModificationTime")->value, MetadataValue::string("2024:03:05 14:02:11"));
@@ -98,7 +98,8 @@ TEST(ImageMetadataReader, structuralKeysAndGenericProfileNames) {
         bool structural;
     };
     for (const auto& r : std::vector<Row>{
-             {"PNG.Software", {}, true},
+             {"PNG.Software", {}, false},
+             {"PNG.Gamma", {}, true},
              {"TIFF.Software", {}, false},
              {"EXIF.ColorSpace", {}, true},
              {"EXIF.Sub.ColorSpace", {}, false},

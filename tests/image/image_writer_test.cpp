@@ -127,7 +127,7 @@ TEST(ImageMetadataWriter, locationOnlyProfileRemovesGPSAndKeepsTheCamera) {
     EXPECT_TRUE(has(out.items, "XMP.dc:creator"));
 }
 
-TEST(ImageMetadataWriter, pngRoundTripKeepsPixelsAndStructuralSoftware) {
+TEST(ImageMetadataWriter, pngRoundTripKeepsPixelsAndDropsSoftware) {
     TempDir dir;
     const Bytes input = dirtyPNG();
     const auto out = clean(dir, "d.png", input, CleaningProfile::maximumPrivacy());
@@ -136,7 +136,12 @@ TEST(ImageMetadataWriter, pngRoundTripKeepsPixelsAndStructuralSoftware) {
     for (const auto& item : out.items)
         if (item.isRemovable) removable.push_back(item.id);
     EXPECT_TRUE(removable.empty()) << removable.front();
-    EXPECT_TRUE(has(out.items, "PNG.Software"));
+    EXPECT_FALSE(has(out.items, "PNG.Software"));
+    EXPECT_NE(std::search(input.begin(), input.end(), std::begin("PhotoTool"), std::end("PhotoTool") - 1), input.end());
+    EXPECT_EQ(std::search(out.bytes.begin(), out.bytes.end(), std::begin("PhotoTool"), std::end("PhotoTool") - 1),
+              out.bytes.end());
+    EXPECT_TRUE(std::any_of(out.result.removedItems.begin(), out.result.removedItems.end(),
+                            [](const auto& i) { return i.key == "PNG.Software"; }));
     EXPECT_FALSE(has(out.items, "PNG.Author"));
     EXPECT_FALSE(has(out.items, "GPS.Latitude"));
 

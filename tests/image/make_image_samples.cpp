@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "heif_fixtures.h"
 #include "image_fixtures.h"
 #include "support/test_support.h"
 
@@ -26,6 +27,8 @@ int main(int argc, char** argv) {
         tavrin::image::append(exif, exifBlock());
         const Bytes heic = encodeHEIC(16, 16, exif, xmp);
         if (!heic.empty()) writeFile(folder / "photo.heic", heic);
+        const Bytes phone = phoneHEIC({16, 0, true, "Jane's Studio Monitor", true});
+        if (!phone.empty()) writeFile(folder / "phone-grid.heic", phone);
         return 0;
     }
     JPEGMetadata m;
