@@ -16,6 +16,7 @@
 #include "office/office_media_scrubber.h"
 #include "office/office_metadata_reader.h"
 #include "office/office_package.h"
+#include "office/office_package_check.h"
 #include "office/office_part_classifier.h"
 #include "office/office_part_text.h"
 #include "office/office_property_scrubber.h"
@@ -32,6 +33,7 @@ std::string OfficeWriterError::description() const {
     switch (case_) {
         case Case::satelliteDecodeFailed:
             return "OPC satellite file '" + path_ + "' could not be decoded; dangling relationship cleanup aborted";
+        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + path_ + ")";
     }
     return {};
 }
@@ -55,8 +57,15 @@ struct Accumulator {
     bool hadUnscrubbablePart = false;
 
     void fail(const std::string& path, std::string message) {
+        if (!hadUnscrubbablePart) firstFailure = path + ": " + lowerCasedFirst(message);
         hadUnscrubbablePart = true;
         warnings.push_back({path, std::move(message)});
+    }
+    std::string firstFailure;
+
+    static std::string lowerCasedFirst(std::string text) {
+        if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z') text.front() = static_cast<char>(text.front() + 32);
+        return text;
     }
     void recordRemoval(const std::string& path, std::string displayName, MetadataCategory category) {
         removedItems.push_back({"office." + path, path, std::move(displayName), MetadataValue::string(path), category,
@@ -110,6 +119,11 @@ public:
             recordHiddenRowColumnFindings();
             recordDetectOnlyLatentFindings();
         }
+        // A part that no relationship reaches is shown by no consumer and reviewed by no one.
+        for (const auto& path : OfficePackageCheck::unreachableParts(source_)) orphanPaths_.insert(lowerCasedPath(path));
+        // References to parts the source does not hold (fonts not embedded, parts another tool
+        // removed) are dropped with the parts that leave; they were broken before cleaning.
+        missingPaths_ = OfficePackageCheck::missingTargets(source_);
         // Which parts leave the package depends on their paths alone, so the whole set is known
         // before anything is written; relationships and overrides that would name a dropped part
         // are then cleared as their parts are copied, and no entry is ever rewritten.
@@ -126,7 +140,11 @@ public:
             }
         }
 
-        const auto now = std::chrono::system_clock::now();
+        std::set<std::string> gone = droppedLower();
+        gone.insert(missingPaths_.begin(), missingPaths_.end());
+        relationshipIdsGone_ = OfficePackageCheck::relationshipIdsTo(source_, gone);
+        for (const auto& path : missingPaths_) acc_.recordRemoval(path, "Reference to Missing Part", MetadataCategory::hiddenContent);
+
         for (const auto& entry : source_) {
             if (entry.type() != EntryType::file) continue;
             const std::string& path = entry.path();
@@ -134,7 +152,7 @@ public:
                 acc_.recordRemoval(path, rule->first, rule->second);
                 continue;
             }
-            Bytes data = extractEntry(source_, entry);
+            Bytes data = extracted(entry);
             const std::string lower = lowerCasedPath(path);
             if (switches_.removeComments && OfficePartClassifier::isCommentRosterPart(path)) {
                 data = transformRosterPart(std::move(data), path);
@@ -142,8 +160,12 @@ public:
                 if (switches_.removeHidden) data = scrubHiddenContent(std::move(data), path);
                 data = transform(std::move(data), path);
             }
-            if (!droppedPaths_.empty() && isSatellitePath(lower)) data = withoutDanglingReferences(std::move(data), path);
-            write(path, data, now, entry.isCompressed());
+            if (isSatellitePath(lower)) {
+                if (!droppedPaths_.empty() || !missingPaths_.empty()) data = withoutDanglingReferences(std::move(data), path);
+            } else if (const auto ids = relationshipIdsGone_.find(lower); ids != relationshipIdsGone_.end()) {
+                data = withoutReferencesTo(std::move(data), path, ids->second);
+            }
+            write(path, data, entry.isCompressed());
         }
     }
 
@@ -158,7 +180,7 @@ private:
         if (switches_.removeThumbnails && isThumbnailPath(lower))
             return std::pair{std::string("Thumbnail"), MetadataCategory::thumbnails};
         // In lower case: the notes part of a hidden slide is named by computation, not as stored.
-        if (switches_.removeHidden && hiddenPaths_.count(lower))
+        if ((switches_.removeHidden && hiddenPaths_.count(lower)) || orphanPaths_.count(lower))
             return std::pair{std::string("Hidden/Orphaned Part"), MetadataCategory::hiddenContent};
         if (const auto owned = ownedRelationships_.find(lower); owned != ownedRelationships_.end()) return owned->second;
         return std::nullopt;
@@ -186,8 +208,22 @@ private:
         return std::nullopt;
     }
 
-    void write(const std::string& path, const Bytes& data, std::chrono::system_clock::time_point now, bool compressed) {
-        destination_.addEntry(path, EntryType::file, static_cast<std::int64_t>(data.size()), now, std::nullopt,
+    // An entry's bytes; a failure names the part and what was wrong with it.
+    Bytes extracted(const Entry& entry) const {
+        try {
+            return extractEntry(source_, entry);
+        } catch (const ArchiveError& error) {
+            throw PipelineError::outputVerificationFailed(source_.url().value_or(std::filesystem::path()), entry.path() + ": " +
+                                                                                         Accumulator::lowerCasedFirst(error.description()));
+        }
+    }
+
+    // Every entry carries the same date, before which the ZIP format has none (1980-01-01
+    // 00:00:00), and no extra-field time: a package keeps neither its past dates nor the time it
+    // was cleaned, and one file cleaned twice gives the same bytes.
+    void write(const std::string& path, const Bytes& data, bool compressed) {
+        destination_.addEntry(path, EntryType::file, static_cast<std::int64_t>(data.size()),
+                              std::chrono::system_clock::time_point{}, std::nullopt,
                               compressed ? CompressionMethod::deflate : CompressionMethod::none,
                               Archive::defaultWriteChunkSize, nullptr, [&](std::int64_t position, std::size_t size) {
                                   const auto from = static_cast<std::size_t>(position);
@@ -415,13 +451,28 @@ private:
         return data;
     }
 
+    // A part without the elements that use a relationship whose target left or never was.
+    Bytes withoutReferencesTo(Bytes data, const std::string& path, const std::set<std::string>& ids) {
+        const auto text = OfficeTextEncoding::decodeXML(data);
+        std::optional<RelationshipReferenceRewrite> rewrite;
+        if (text) rewrite = withoutRelationshipReferences(*text, ids);
+        if (!rewrite) {
+            acc_.fail(path, "Part could not be parsed to remove references to removed parts");
+            return data;
+        }
+        if (rewrite->removedCount == 0) return data;
+        return bytesOf(rewrite->xml);
+    }
+
     Bytes withoutDanglingReferences(Bytes data, const std::string& path) {
         const auto text = OfficeTextEncoding::decodeXML(data);
         if (!text) throw OfficeWriterError::satelliteDecodeFailed(path);
         const std::string lower = lowerCasedPath(path);
+        std::set<std::string> gone = droppedPaths_;
+        gone.insert(missingPaths_.begin(), missingPaths_.end());
         const auto scrubbed = lower == "[content_types].xml"
-                                  ? scrubDanglingContentTypeOverrides(*text, droppedPaths_)
-                                  : scrubDanglingRelationships(*text, path, droppedPaths_);
+                                  ? scrubDanglingContentTypeOverrides(*text, gone)
+                                  : scrubDanglingRelationships(*text, path, gone);
         if (!scrubbed) {
             // Left as it is, the part could still name a dropped part.
             acc_.fail(path, "Relationships could not be parsed for dangling reference cleanup");
@@ -439,23 +490,30 @@ private:
     std::set<std::string> vanishStyleIDs_;
     std::set<std::string> hiddenPaths_;
     std::set<std::string> droppedPaths_;
+    std::set<std::string> orphanPaths_;   // lower case
+    std::set<std::string> missingPaths_;  // lower case
+    std::map<std::string, std::set<std::string>> relationshipIdsGone_;                    // by lower-cased owner
     std::map<std::string, std::pair<std::string, MetadataCategory>> ownedRelationships_;  // by lower-cased path
 };
 
 // MARK: Verification
 
-enum class VerificationResult { clean, residue, unverifiable };
+using Failure = std::optional<std::string>;
 
 bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
     return profile.categoriesToRemove.count(category) > 0;
 }
 
-bool hiddenContentResidue(const Archive& archive) {
+Failure hiddenContentResidue(const Archive& archive) {
     using D = OfficeHiddenContentDetector;
     const auto headersAndFooters = D::headerFooterFindings(archive);
-    return !headersAndFooters.orphaned.empty() || !headersAndFooters.inactive.inactiveReferences.empty() ||
-           !D::detectSettingsLatentData(archive).empty() || !D::printerSettingsPaths(archive).empty() ||
-           !D::hiddenWorksheetPaths(archive).empty() || !D::hiddenSlidePaths(archive).empty();
+    if (!headersAndFooters.orphaned.empty()) return "headers or footers no section uses remain";
+    if (!headersAndFooters.inactive.inactiveReferences.empty()) return "word/document.xml: header or footer references no page shows remain";
+    if (!D::detectSettingsLatentData(archive).empty()) return "word/settings.xml: document variables, mail merge or template data remain";
+    if (const auto paths = D::printerSettingsPaths(archive); !paths.empty()) return *paths.begin() + ": printer settings remain";
+    if (const auto paths = D::hiddenWorksheetPaths(archive); !paths.empty()) return *paths.begin() + ": a hidden sheet remains";
+    if (const auto paths = D::hiddenSlidePaths(archive); !paths.empty()) return *paths.begin() + ": a hidden slide remains";
+    return std::nullopt;
 }
 
 bool mediaPrefixed(const std::string& lower) {
@@ -464,63 +522,66 @@ bool mediaPrefixed(const std::string& lower) {
     return false;
 }
 
-VerificationResult verifyMediaEntry(const Bytes& data, bool isDecodable, const CleaningProfile& profile) {
-    if (!OfficeMediaScrubber::profileRemovesImageMetadata(profile)) return VerificationResult::clean;
-    if (!isDecodable) return VerificationResult::unverifiable;
+Failure verifyMediaEntry(const std::string& path, const Bytes& data, bool isDecodable, const CleaningProfile& profile) {
+    if (!OfficeMediaScrubber::profileRemovesImageMetadata(profile)) return std::nullopt;
+    if (!isDecodable) return path + ": the image could not be decoded to prove it free of metadata";
     const auto items = ImageMetadataReader::removableItems(data);
-    if (!items) return VerificationResult::residue;
+    if (!items) return path + ": the image's metadata could not be read";
     for (const auto& item : *items) {
-        if (profile.shouldRemove(item)) return VerificationResult::residue;
         // Profiles name image keys both as the writer's "imageio.<prefix>.<key>" and bare.
         MetadataItem prefixed = item;
         prefixed.id = "imageio." + item.id;
-        if (profile.shouldRemove(prefixed)) return VerificationResult::residue;
+        if (profile.shouldRemove(item) || profile.shouldRemove(prefixed))
+            return path + ": image metadata remains (" + item.id + ")";
     }
-    return VerificationResult::clean;
+    return std::nullopt;
 }
 
-VerificationResult verifyXMLEntry(const Bytes& data, const std::string& path, const CleaningProfile& profile,
-                                  const std::set<std::string>& vanishStyleIDs) {
+Failure verifyXMLEntry(const Bytes& data, const std::string& path, const CleaningProfile& profile,
+                       const std::set<std::string>& vanishStyleIDs) {
     const std::string lower = lowerCasedPath(path);
-    if (!(startsWith(lower, "word/") || startsWith(lower, "xl/") || startsWith(lower, "ppt/"))) return VerificationResult::clean;
+    if (!(startsWith(lower, "word/") || startsWith(lower, "xl/") || startsWith(lower, "ppt/"))) return std::nullopt;
     auto document = OfficeXMLDocument::parse(data);
-    if (!document || !document->rootElement()) return VerificationResult::unverifiable;
+    if (!document || !document->rootElement()) return path + ": not well-formed XML";
     const XMLElement root = *document->rootElement();
     using V = OfficeResidueVerifier;
-    if (profileRemoves(profile, MetadataCategory::documentHistory) && (V::documentHistoryResidue(root) || V::rsidResidue(root)))
-        return VerificationResult::residue;
+    if (profileRemoves(profile, MetadataCategory::documentHistory)) {
+        if (V::documentHistoryResidue(root)) return path + ": revision history remains";
+        if (V::rsidResidue(root)) return path + ": revision identifiers remain";
+    }
     if (profileRemoves(profile, MetadataCategory::authorIdentity)) {
         const bool identityPart = OfficePartClassifier::isCommentContentPart(path) ||
                                   OfficePartClassifier::isCommentRosterPart(path) || lower == "xl/revisions/usernames.xml";
-        if (identityPart ? V::identityResidue(root) : V::revisionAuthorshipResidue(root)) return VerificationResult::residue;
+        if (identityPart ? V::identityResidue(root) : V::revisionAuthorshipResidue(root))
+            return path + ": author names remain";
     }
     if (profileRemoves(profile, MetadataCategory::commentsAnnotations)) {
-        if (V::commentResidue(root)) return VerificationResult::residue;
+        if (V::commentResidue(root)) return path + ": comments remain";
         if (!vanishStyleIDs.empty() && OfficeXMLScrubber::containsStyleVanishResidue(root, vanishStyleIDs))
-            return VerificationResult::residue;
+            return path + ": text in hidden comment styles remains";
     }
-    if (profileRemoves(profile, MetadataCategory::timestamps) && V::timestampResidue(root)) return VerificationResult::residue;
-    return VerificationResult::clean;
+    if (profileRemoves(profile, MetadataCategory::timestamps) && V::timestampResidue(root)) return path + ": timestamps remain";
+    return std::nullopt;
 }
 
-VerificationResult verifyEntry(const Archive& archive, const Entry& entry, const CleaningProfile& profile,
-                               const std::set<std::string>& vanishStyleIDs) {
+Failure verifyEntry(const Archive& archive, const Entry& entry, const CleaningProfile& profile,
+                    const std::set<std::string>& vanishStyleIDs) {
     const std::string& path = entry.path();
     const std::string lower = lowerCasedPath(path);
     if (profileRemoves(profile, MetadataCategory::commentsAnnotations) && OfficePartClassifier::isCommentContentPart(path))
-        return VerificationResult::residue;
-    if (profileRemoves(profile, MetadataCategory::thumbnails) && isThumbnailPath(lower)) return VerificationResult::residue;
+        return path + ": the comments part remains";
+    if (profileRemoves(profile, MetadataCategory::thumbnails) && isThumbnailPath(lower)) return path + ": the thumbnail remains";
     Bytes data;
     try {
         data = extractEntry(archive, entry);
-    } catch (...) {
-        return VerificationResult::unverifiable;
+    } catch (const ArchiveError& error) {
+        return path + ": " + error.description();
     }
     const bool decodable = image::sniffImageFormat(data).has_value() && ImageMetadataWriter::isDecodableImageData(data);
     if (mediaPrefixed(lower) || decodable || OfficeMediaScrubber::hasKnownMediaExtension(path))
-        return verifyMediaEntry(data, decodable, profile);
+        return verifyMediaEntry(path, data, decodable, profile);
     if (endsWith(lower, ".xml")) return verifyXMLEntry(data, path, profile, vanishStyleIDs);
-    return VerificationResult::clean;
+    return std::nullopt;
 }
 
 std::int64_t sizeOrZero(const std::filesystem::path& path) {
@@ -533,67 +594,35 @@ std::int64_t sizeOrZero(const std::filesystem::path& path) {
 
 }  // namespace
 
-bool OfficeMetadataWriter::packageStructureIsConsistent(const Archive& archive) {
-    std::set<std::string> stored;
-    for (const auto& entry : archive)
-        if (entry.type() == EntryType::file) stored.insert(entry.path());
-    // Every Office consumer starts from the content types and the package relationships; a ZIP
-    // without them is no Office package, and a copy of it would be none either.
-    if (!archiveEntry("[Content_Types].xml", archive) || !archiveEntry("_rels/.rels", archive)) return false;
-    for (const auto& relsPath : stored) {
-        if (!endsWith(lowerCasedPath(relsPath), ".rels")) continue;
-        // "word/_rels/document.xml.rels" describes "word/document.xml", and its targets are
-        // relative to "word/".
-        const auto slash = relsPath.rfind('/');
-        const std::string directory = slash == std::string::npos ? std::string() : relsPath.substr(0, slash);
-        constexpr std::string_view relsFolder = "_rels";
-        if (!(directory == relsFolder || endsWith(directory, "/_rels"))) return false;
-        const std::string base = directory.size() > relsFolder.size() ? directory.substr(0, directory.size() - relsFolder.size()) : "";
-        std::string owner = base + relsPath.substr(slash + 1);
-        owner.resize(owner.size() - std::string_view(".rels").size());
-        auto document = parsedPart(archive, relsPath);
-        if (!document) return false;
-        bool consistent = true;
-        forEachElement(*document->rootElement(), [&](XMLElement& element) {
-            if (!consistent || element.localName() != "Relationship") return;
-            const auto target = element.attributeForName("Target");
-            const auto mode = element.attributeForName("TargetMode");
-            if (!target || (mode && lowerCasedPath(mode->stringValue()) == "external")) return;
-            std::string value = target->stringValue();
-            // A fragment or query names a place inside a part, not another part.
-            value = value.substr(0, value.find_first_of("#?"));
-            if (value.empty()) return;
-            const std::string resolved = startsWith(value, "/") ? resolvedPartPath("", value.substr(1)) : resolvedPartPath(base, value);
-            // The name must match as stored: a consumer that compares exactly would miss a part
-            // named in another letter case, and so would every path-based decision made here.
-            // A relationship back to its own part, or to a relationships part, is a cycle.
-            if (!stored.count(resolved) || resolved == owner || endsWith(lowerCasedPath(resolved), ".rels")) consistent = false;
-        });
-        if (!consistent) return false;
-    }
-    return true;
+std::optional<std::string> OfficeMetadataWriter::packageInconsistency(const Archive& archive) {
+    return OfficePackageCheck::inconsistency(archive);
 }
 
-bool OfficeMetadataWriter::verifyClean(const std::filesystem::path& output, const CleaningProfile& profile) {
+std::optional<std::string> OfficeMetadataWriter::verificationFailure(const std::filesystem::path& output,
+                                                                     const CleaningProfile& profile) {
     try {
         const Archive archive(output, Archive::AccessMode::read);
+        // A package that is not whole is checked no further: the other checks read it as whole.
+        if (auto reason = OfficePackageCheck::inconsistency(archive)) return reason;
         const auto tree = OfficeMetadataReader().readMetadata(output);
         for (const auto& item : tree.allItems())
-            if (profile.shouldRemove(item)) return false;
-        if (profileRemoves(profile, MetadataCategory::hiddenContent) && hiddenContentResidue(archive)) return false;
+            if (profile.shouldRemove(item)) return item.key + ": " + item.displayName + " remains";
+        if (profileRemoves(profile, MetadataCategory::hiddenContent))
+            if (auto reason = hiddenContentResidue(archive)) return reason;
         std::set<std::string> vanishStyleIDs;
         if (profileRemoves(profile, MetadataCategory::commentsAnnotations) && archiveEntry("word/styles.xml", archive)) {
             const auto styles = partText(archive, "word/styles.xml");
-            if (!styles) return false;
+            if (!styles) return "word/styles.xml: the part could not be read";
             vanishStyleIDs = OfficeXMLScrubber::vanishStyleIDs(styles);
         }
-        if (!packageStructureIsConsistent(archive)) return false;
         for (const auto& entry : archive)
-            if (entry.type() == EntryType::file && verifyEntry(archive, entry, profile, vanishStyleIDs) != VerificationResult::clean)
-                return false;
-        return true;
+            if (entry.type() == EntryType::file)
+                if (auto reason = verifyEntry(archive, entry, profile, vanishStyleIDs)) return reason;
+        return std::nullopt;
+    } catch (const std::exception& error) {
+        return std::string("the cleaned copy could not be read back: ") + error.what();
     } catch (...) {
-        return false;
+        return "the cleaned copy could not be read back";
     }
 }
 
@@ -607,6 +636,12 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     } catch (...) {
         throw PipelineError::writeFailed(source, std::current_exception());
     }
+    // Refused before a byte is written: what is no Office package, what would inflate past the
+    // budgets, and what holds a part that is not XML.
+    if (auto reason = OfficePackageCheck::notAnOfficePackage(*sourceArchive))
+        throw PipelineError::writeFailed(source, std::make_exception_ptr(OfficeWriterError::notAnOfficePackage(*reason)));
+    if (auto reason = OfficePackageCheck::refusalOfSource(*sourceArchive))
+        throw PipelineError::outputVerificationFailed(source, *reason);
     std::optional<Archive> destinationArchive;
     try {
         if (fs::exists(destination)) std::filesystem::remove(destination);
@@ -620,8 +655,8 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     destinationArchive.reset();
 
     // The warnings of a part that could not be treated are not shown: the call fails as a whole.
-    if (accumulator.hadUnscrubbablePart) throw PipelineError::outputVerificationFailed(destination);
-    if (!verifyClean(destination, profile)) throw PipelineError::outputVerificationFailed(destination);
+    if (accumulator.hadUnscrubbablePart) throw PipelineError::outputVerificationFailed(destination, accumulator.firstFailure);
+    if (auto reason = verificationFailure(destination, profile)) throw PipelineError::outputVerificationFailed(destination, *reason);
 
     CleaningResult result;
     result.sourceURL = source;
