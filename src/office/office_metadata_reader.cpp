@@ -48,6 +48,8 @@ constexpr PropertyRow appRows[] = {
     {"Company", "App.Company", "Company", C::companyInfo},
     {"Manager", "App.Manager", "Manager", C::companyInfo},
     {"Template", "App.Template", "Template", C::softwareInfo},
+    // A folder or address on the author's machine, such as "C:\\Users\\jane\\Documents\\".
+    {"HyperlinkBase", "App.HyperlinkBase", "Hyperlink Base", C::authorIdentity},
     {"TotalTime", "App.TotalTime", "Total Editing Time (minutes)", C::documentHistory},
     {"Pages", "App.Pages", "Page Count", C::documentHistory, false, false},
     {"Words", "App.Words", "Word Count", C::documentHistory, false, false},

@@ -13,6 +13,7 @@
 #include "office/office_dropped_parts.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/office_hidden_content_scrubber.h"
+#include "office/office_hidden_sheet_remnants.h"
 #include "office/office_media_scrubber.h"
 #include "office/office_metadata_reader.h"
 #include "office/office_package.h"
@@ -21,6 +22,7 @@
 #include "office/office_part_text.h"
 #include "office/office_property_scrubber.h"
 #include "office/office_residue_verifier.h"
+#include "office/office_saved_path_scrubber.h"
 #include "office/office_text_encoding.h"
 #include "office/office_xml_document.h"
 #include "office/office_xml_scrubber.h"
@@ -118,6 +120,19 @@ public:
             for (const auto& path : OfficeHiddenContentDetector::pathsToRemove(source_)) hiddenPaths_.insert(lowerCasedPath(path));
             recordHiddenRowColumnFindings();
             recordDetectOnlyLatentFindings();
+            const auto hiddenSheets = OfficeHiddenContentDetector::hiddenWorksheetPaths(source_);
+            hiddenSheetsGo_ = !hiddenSheets.empty();
+            if (hiddenSheetsGo_) {
+                // Text of a hidden sheet stays in the shared strings unless no kept sheet uses it.
+                std::set<std::string> keptSheets;
+                for (const auto& entry : source_) {
+                    const std::string lower = lowerCasedPath(entry.path());
+                    if (startsWith(lower, "xl/worksheets/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos &&
+                        !hiddenPaths_.count(lower))
+                        keptSheets.insert(entry.path());
+                }
+                stringsInUse_ = OfficeHiddenSheetRemnants::sharedStringsUsedBy(source_, keptSheets);
+            }
         }
         // A part that no relationship reaches is shown by no consumer and reviewed by no one.
         for (const auto& path : OfficePackageCheck::unreachableParts(source_)) orphanPaths_.insert(lowerCasedPath(path));
@@ -159,6 +174,7 @@ public:
             } else {
                 if (switches_.removeHidden) data = scrubHiddenContent(std::move(data), path);
                 data = transform(std::move(data), path);
+                if (switches_.removeIdentity && lower == "xl/workbook.xml") data = withoutSavedPaths(std::move(data), path);
             }
             if (isSatellitePath(lower)) {
                 if (!droppedPaths_.empty() || !missingPaths_.empty()) data = withoutDanglingReferences(std::move(data), path);
@@ -182,6 +198,9 @@ private:
         // In lower case: the notes part of a hidden slide is named by computation, not as stored.
         if ((switches_.removeHidden && hiddenPaths_.count(lower)) || orphanPaths_.count(lower))
             return std::pair{std::string("Hidden/Orphaned Part"), MetadataCategory::hiddenContent};
+        // The calculation chain lists the cells of every sheet by index; Excel rebuilds it.
+        if (hiddenSheetsGo_ && lower == "xl/calcchain.xml")
+            return std::pair{std::string("Calculation Chain"), MetadataCategory::hiddenContent};
         if (const auto owned = ownedRelationships_.find(lower); owned != ownedRelationships_.end()) return owned->second;
         return std::nullopt;
     }
@@ -277,10 +296,25 @@ private:
         const std::string lower = lowerCasedPath(path);
         if (lower == "xl/workbook.xml") {
             return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
-                auto out = S::scrubHiddenSheets(xml);
+                // The names that belong to hidden sheets go first, while the sheets still say
+                // which indices they had.
+                const auto names = OfficeHiddenSheetRemnants::workbookWithoutHiddenSheetNames(xml);
+                if (!names) return std::nullopt;
+                auto out = S::scrubHiddenSheets(names->xml);
                 if (!out) return std::nullopt;
                 if (*out == xml) return std::pair{xml, std::vector<std::string>{}};
-                return std::pair{std::move(*out), std::vector<std::string>{"Hidden Worksheet"}};
+                std::vector<std::string> labels{"Hidden Worksheet"};
+                labels.insert(labels.end(), static_cast<std::size_t>(names->removedCount), "Hidden Sheet Defined Name");
+                return std::pair{std::move(*out), std::move(labels)};
+            });
+        }
+        if (lower == "xl/sharedstrings.xml" && hiddenSheetsGo_) {
+            return rewriteHiddenPart(std::move(data), path, [&](const std::string& xml) -> Labelled {
+                if (!stringsInUse_) return std::nullopt;
+                auto out = OfficeHiddenSheetRemnants::blankedSharedStrings(xml, *stringsInUse_);
+                if (!out) return std::nullopt;
+                if (out->removedCount == 0) return std::pair{xml, std::vector<std::string>{}};
+                return std::pair{std::move(out->xml), std::vector<std::string>{"Hidden Sheet Text"}};
             });
         }
         if (lower == "ppt/presentation.xml") {
@@ -451,6 +485,19 @@ private:
         return data;
     }
 
+    Bytes withoutSavedPaths(Bytes data, const std::string& path) {
+        const auto text = OfficeTextEncoding::decodeXML(data);
+        std::optional<OfficeSavedPathScrubber::Rewrite> rewrite;
+        if (text) rewrite = OfficeSavedPathScrubber::scrubWorkbook(*text);
+        if (!rewrite) {
+            acc_.fail(path, "Workbook could not be parsed to remove the path it was saved under");
+            return data;
+        }
+        if (!rewrite->removedAny) return data;
+        acc_.recordRemoval(path, "Saved File Path", MetadataCategory::authorIdentity);
+        return bytesOf(rewrite->xml);
+    }
+
     // A part without the elements that use a relationship whose target left or never was.
     Bytes withoutReferencesTo(Bytes data, const std::string& path, const std::set<std::string>& ids) {
         const auto text = OfficeTextEncoding::decodeXML(data);
@@ -490,6 +537,8 @@ private:
     std::set<std::string> vanishStyleIDs_;
     std::set<std::string> hiddenPaths_;
     std::set<std::string> droppedPaths_;
+    bool hiddenSheetsGo_ = false;
+    std::optional<std::set<std::size_t>> stringsInUse_;
     std::set<std::string> orphanPaths_;   // lower case
     std::set<std::string> missingPaths_;  // lower case
     std::map<std::string, std::set<std::string>> relationshipIdsGone_;                    // by lower-cased owner
@@ -554,6 +603,8 @@ Failure verifyXMLEntry(const Bytes& data, const std::string& path, const Cleanin
                                   OfficePartClassifier::isCommentRosterPart(path) || lower == "xl/revisions/usernames.xml";
         if (identityPart ? V::identityResidue(root) : V::revisionAuthorshipResidue(root))
             return path + ": author names remain";
+        if (lower == "xl/workbook.xml" && OfficeSavedPathScrubber::residue(root))
+            return path + ": the path the workbook was saved under remains";
     }
     if (profileRemoves(profile, MetadataCategory::commentsAnnotations)) {
         if (V::commentResidue(root)) return path + ": comments remain";
@@ -642,6 +693,11 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
         throw PipelineError::writeFailed(source, std::make_exception_ptr(OfficeWriterError::notAnOfficePackage(*reason)));
     if (auto reason = OfficePackageCheck::refusalOfSource(*sourceArchive))
         throw PipelineError::outputVerificationFailed(source, *reason);
+    if (profileRemoves(profile, MetadataCategory::hiddenContent) && archiveEntry("xl/workbook.xml", *sourceArchive) &&
+        OfficeHiddenContentDetector::visibleSheets(*sourceArchive).empty() &&
+        !OfficeHiddenContentDetector::hiddenWorksheetPaths(*sourceArchive).empty())
+        throw PipelineError::outputVerificationFailed(
+            source, "xl/workbook.xml: every sheet is hidden, and a workbook with none left would not open");
     std::optional<Archive> destinationArchive;
     try {
         if (fs::exists(destination)) std::filesystem::remove(destination);
