@@ -134,24 +134,24 @@ std::optional<std::string> OfficePackageCheck::ownerOfRelationshipsPart(std::str
 
 std::optional<std::string> OfficePackageCheck::xmlProblem(std::span<const std::uint8_t> bytes) {
     const auto text = OfficeTextEncoding::decodeXML(bytes);
-    if (!text) return "not text in an encoding XML allows";
+    if (!text) return "not XML: its bytes are not text";
     if (!OfficeXMLDocument::nestingDepthWithinLimit(*text))
         return fmt::format("elements nested more than {} deep", OfficeXMLDocument::maximumNestingDepth);
     if (!OfficeXMLDocument::parseText(*text)) return "not well-formed XML";
     return std::nullopt;
 }
 
-std::optional<std::string> OfficePackageCheck::notAnOfficePackage(const Archive& archive) {
+std::optional<std::string> OfficePackageCheck::notAnOfficePackage(const Archive& archive, bool requireRelationships) {
     if (const auto mimetype = archive["mimetype"]) {
         std::string type;
         try {
             if (mimetype->uncompressedSize() <= 256) type = extractEntryText(archive, *mimetype);
         } catch (const ArchiveError&) {
         }
-        if (type.rfind("application/vnd.oasis.opendocument", 0) == 0) return "it is an OpenDocument file (" + type + ")";
+        if (type.rfind("application/vnd.oasis.opendocument", 0) == 0) return "it is an OpenDocument file, " + type;
     }
     if (!archiveEntry("[Content_Types].xml", archive)) return "it has no [Content_Types].xml";
-    if (!archiveEntry("_rels/.rels", archive)) return "it has no package relationships (_rels/.rels)";
+    if (requireRelationships && !archiveEntry("_rels/.rels", archive)) return "it has no package relationships (_rels/.rels)";
     return std::nullopt;
 }
 

@@ -27,8 +27,9 @@ struct OfficePackageCheck {
     // Why this source cannot be cleaned, or nothing. Reads the central directory for the size
     // budgets, then parses every XML and relationships part once.
     static std::optional<std::string> refusalOfSource(const Archive& archive);
-    // Why this ZIP is no Office Open XML package, or nothing.
-    static std::optional<std::string> notAnOfficePackage(const Archive& archive);
+    // Why this ZIP is no Office Open XML package, or nothing. A reader that only looks may
+    // accept a package without its package relationships.
+    static std::optional<std::string> notAnOfficePackage(const Archive& archive, bool requireRelationships = true);
     // Why a written package is not whole, or nothing.
     static std::optional<std::string> inconsistency(const Archive& archive);
     // What is wrong with the bytes of one XML part, or nothing: not text, nested too deep, not
