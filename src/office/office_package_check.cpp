@@ -21,7 +21,11 @@ bool endsWith(std::string_view text, std::string_view suffix) {
 
 bool isXMLPath(const std::string& lower) { return endsWith(lower, ".xml") || endsWith(lower, ".rels"); }
 
-std::string megabytes(std::uint64_t bytes) { return fmt::format("{} MB", (bytes + 999'999) / 1'000'000); }
+// Decimal units, as sizes are shown everywhere else.
+std::string megabytes(std::uint64_t bytes) {
+    if (bytes % 1'000'000'000 == 0) return fmt::format("{} GB", bytes / 1'000'000'000);
+    return fmt::format("{} MB", (bytes + 500'000) / 1'000'000);
+}
 
 // One internal or external relationship as the package states it.
 struct Relationship {

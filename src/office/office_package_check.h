@@ -22,7 +22,7 @@ namespace tavrin {
 
 struct OfficePackageCheck {
     // All parts of one package together inflate to at most this many bytes.
-    static constexpr std::uint64_t maximumInflatedPackageSize = 1ull << 30;
+    static constexpr std::uint64_t maximumInflatedPackageSize = 1'000'000'000;
 
     // Why this source cannot be cleaned, or nothing. Reads the central directory for the size
     // budgets, then parses every XML and relationships part once.

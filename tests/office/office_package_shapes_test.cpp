@@ -375,7 +375,7 @@ const std::vector<RefusedShape>& refusedShapes() {
          "not an Office Open XML package (it is an OpenDocument file"},
         {"part-over-the-size-limit", [] { return withDeclaredSizes({{"word/big.xml", 1ull << 30}}); },
          CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
-         "(word/big.xml: inflates to 1074 MB, over the 269 MB part-size limit)"},
+         "(word/big.xml: inflates to 1074 MB, over the 268 MB part-size limit)"},
         {"parts-over-the-package-budget",
          [] {
              std::vector<std::pair<std::string, std::uint64_t>> parts;
@@ -383,7 +383,7 @@ const std::vector<RefusedShape>& refusedShapes() {
              return withDeclaredSizes(parts);
          },
          CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
-         "(the parts inflate to more than 1074 MB together, over the package limit)"},
+         "(the parts inflate to more than 1 GB together, over the package limit)"},
     };
     return shapes;
 }
