@@ -138,7 +138,7 @@ public:
         std::set<std::string> gone = droppedLower();
         gone.insert(missingPaths_.begin(), missingPaths_.end());
         relationshipIdsGone_ = OfficePackageCheck::relationshipIdsTo(source_, gone);
-        for (const auto& path : missingPaths_) acc_.recordRemoval(path, "Reference to Missing Part", MetadataCategory::hiddenContent);
+        for (const auto& path : missingPaths_) acc_.recordRemoval(path, "Link to Missing Content", MetadataCategory::hiddenContent);
 
         for (const auto& entry : source_) {
             if (entry.type() != EntryType::file) continue;
@@ -484,7 +484,7 @@ private:
         std::optional<RelationshipReferenceRewrite> rewrite;
         if (text) rewrite = withoutRelationshipReferences(*text, ids);
         if (!rewrite) {
-            acc_.fail(path, "Part could not be parsed to remove references to removed parts");
+            acc_.fail(path, "Could not be read as XML to remove links to removed content");
             return data;
         }
         if (rewrite->removedCount == 0) return data;
