@@ -87,6 +87,8 @@ Failure verifyXMLEntry(const Bytes& data, const std::string& path, const Cleanin
             return path + ": author names remain";
         if (lower == "xl/workbook.xml" && OfficeSavedPathScrubber::residue(root))
             return path + ": the path the workbook was saved under remains";
+        if (startsWith(lower, "xl/externallinks/") && OfficeSavedPathScrubber::residue(root))
+            return path + ": the linked workbook's other addresses remain";
     }
     if (profileRemoves(profile, MetadataCategory::commentsAnnotations)) {
         if (V::commentResidue(root)) return path + ": comments remain";

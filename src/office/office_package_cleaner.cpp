@@ -114,6 +114,7 @@ public:
                 stringsInUse_ = OfficeHiddenSheetRemnants::sharedStringsUsedBy(source_, keptSheets);
             }
         }
+        if (switches_.removeIdentity) collectAlternateLinkRelationships();
         // A part that no relationship reaches is shown by no consumer and reviewed by no one.
         for (const auto& path : OfficePackageCheck::unreachableParts(source_)) orphanPaths_.insert(lowerCasedPath(path));
         // References to parts the source does not hold (fonts not embedded, parts another tool
@@ -155,7 +156,10 @@ public:
                 if (switches_.removeHidden) data = scrubHiddenContent(std::move(data), path);
                 data = transform(std::move(data), path);
                 if (switches_.removeIdentity && lower == "xl/workbook.xml") data = withoutSavedPaths(std::move(data), path);
+                if (switches_.removeIdentity && isExternalLinkPart(lower)) data = withoutAlternateAddresses(std::move(data), path);
             }
+            if (const auto ids = alternateLinkRelationships_.find(lower); ids != alternateLinkRelationships_.end())
+                data = withoutAlternateAddressRelationships(std::move(data), path, ids->second);
             if (isSatellitePath(lower)) {
                 if (!droppedPaths_.empty() || !missingPaths_.empty()) data = withoutDanglingReferences(std::move(data), path);
             } else if (const auto ids = relationshipIdsGone_.find(lower); ids != relationshipIdsGone_.end()) {
@@ -465,6 +469,49 @@ private:
         return data;
     }
 
+    static bool isExternalLinkPart(const std::string& lower) {
+        return startsWith(lower, "xl/externallinks/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos;
+    }
+
+    // The relationships that the alternate addresses of each external link use, by the
+    // lower-cased path of the link's relationships part; they leave with the addresses.
+    void collectAlternateLinkRelationships() {
+        for (const auto& entry : source_) {
+            const std::string lower = lowerCasedPath(entry.path());
+            if (entry.type() != EntryType::file || !isExternalLinkPart(lower)) continue;
+            const auto text = partText(source_, entry.path());
+            const auto rewrite = text ? OfficeSavedPathScrubber::scrubExternalLink(*text) : std::nullopt;
+            if (!rewrite || rewrite->relationshipIds.empty()) continue;
+            const auto slash = lower.rfind('/');
+            alternateLinkRelationships_[lower.substr(0, slash) + "/_rels/" + lower.substr(slash + 1) + ".rels"] =
+                rewrite->relationshipIds;
+        }
+    }
+
+    Bytes withoutAlternateAddresses(Bytes data, const std::string& path) {
+        const auto text = OfficeTextEncoding::decodeXML(data);
+        std::optional<OfficeSavedPathScrubber::LinkRewrite> rewrite;
+        if (text) rewrite = OfficeSavedPathScrubber::scrubExternalLink(*text);
+        if (!rewrite) {
+            acc_.fail(path, "External link could not be parsed to remove the linked workbook's other addresses");
+            return data;
+        }
+        if (!rewrite->removedAny) return data;
+        acc_.recordRemoval(path, "Linked Workbook Addresses", MetadataCategory::authorIdentity);
+        return bytesOf(rewrite->xml);
+    }
+
+    Bytes withoutAlternateAddressRelationships(Bytes data, const std::string& path, const std::set<std::string>& ids) {
+        const auto text = OfficeTextEncoding::decodeXML(data);
+        std::optional<std::string> rewrite;
+        if (text) rewrite = OfficeSavedPathScrubber::withoutRelationships(*text, ids);
+        if (!rewrite) {
+            acc_.fail(path, "Relationships could not be parsed to remove the linked workbook's other addresses");
+            return data;
+        }
+        return *rewrite == *text ? data : bytesOf(*rewrite);
+    }
+
     Bytes withoutSavedPaths(Bytes data, const std::string& path) {
         const auto text = OfficeTextEncoding::decodeXML(data);
         std::optional<OfficeSavedPathScrubber::Rewrite> rewrite;
@@ -518,6 +565,7 @@ private:
     std::set<std::string> hiddenPaths_;
     std::set<std::string> droppedPaths_;
     bool hiddenSheetsGo_ = false;
+    std::map<std::string, std::set<std::string>> alternateLinkRelationships_;  // by lower-cased rels path
     std::optional<std::set<std::size_t>> stringsInUse_;
     std::set<std::string> orphanPaths_;   // lower case
     std::set<std::string> missingPaths_;  // lower case

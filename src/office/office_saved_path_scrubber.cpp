@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "office/office_package.h"
+#include "office/office_package_check.h"
 #include "office/office_part_text.h"
 #include "office/office_xml_document.h"
 
@@ -10,7 +12,8 @@ namespace tavrin {
 namespace {
 
 bool isSavedPath(const XMLElement& element) {
-    return element.localName() == "absPath" || element.localName() == "revisionPtr";
+    return element.localName() == "absPath" || element.localName() == "revisionPtr" ||
+           element.localName() == "alternateUrls";
 }
 
 std::size_t elementChildren(const XMLElement& element) {
@@ -52,6 +55,42 @@ std::optional<OfficeSavedPathScrubber::Rewrite> OfficeSavedPathScrubber::scrubWo
     auto xml = serializedPartText(*document);
     if (!xml) return std::nullopt;
     return Rewrite{std::move(*xml), true};
+}
+
+std::optional<OfficeSavedPathScrubber::LinkRewrite> OfficeSavedPathScrubber::scrubExternalLink(
+    std::string_view externalLinkXML) {
+    auto document = parsePartText(externalLinkXML);
+    if (!document) return std::nullopt;
+    std::vector<XMLElement> found;
+    std::set<std::string> ids;
+    forEachElement(*document->rootElement(), [&](XMLElement& element) {
+        if (element.localName() != "alternateUrls") return;
+        found.push_back(element);
+        forEachElement(element, [&](XMLElement& inner) {
+            for (const auto& attribute : inner.attributes())
+                if (OfficePackageCheck::isRelationshipNamespace(attribute.uri())) ids.insert(attribute.stringValue());
+        });
+    });
+    if (found.empty()) return LinkRewrite{std::string(externalLinkXML), {}, false};
+    for (auto& element : found)
+        if (element.parent()) element.detach();
+    auto xml = serializedPartText(*document);
+    if (!xml) return std::nullopt;
+    return LinkRewrite{std::move(*xml), std::move(ids), true};
+}
+
+std::optional<std::string> OfficeSavedPathScrubber::withoutRelationships(std::string_view relsXML,
+                                                                         const std::set<std::string>& ids) {
+    auto document = parsePartText(relsXML);
+    if (!document) return std::nullopt;
+    std::vector<XMLElement> found;
+    forEachElement(*document->rootElement(), [&](XMLElement& element) {
+        if (element.localName() == "Relationship" && ids.count(attributeValue(element, "Id").value_or("")))
+            found.push_back(element);
+    });
+    if (found.empty()) return std::string(relsXML);
+    for (auto& element : found) element.detach();
+    return serializedPartText(*document);
 }
 
 bool OfficeSavedPathScrubber::residue(const XMLElement& root) {

@@ -189,6 +189,20 @@ OfficePackageBuilder workbookWithHiddenSheetRemnants() {
     b.add("xl/calcChain.xml", "<calcChain xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\">"
                               "<c r=\"B2\" i=\"2\"/></calcChain>");
     b = edited(b, "docProps/app.xml", inserting("<HyperlinkBase>C:\\Users\\jane.roe\\Shares\\</HyperlinkBase>", "</Properties>"));
+    // A link the user made, to "Book2.xlsx", with the other addresses Excel adds to it.
+    b = edited(b, "xl/_rels/workbook.xml.rels", inserting(relationship("rId8", "externalLink", "externalLinks/externalLink1.xml"),
+                                                         "</Relationships>"));
+    b = edited(b, "[Content_Types].xml", inserting(override("xl/externalLinks/externalLink1.xml", "spreadsheetml.externalLink+xml"),
+                                                  "</Types>"));
+    b.add("xl/externalLinks/externalLink1.xml",
+          "<externalLink xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\" xmlns:r=\"" + rNS + "\">"
+          "<externalBook r:id=\"rId1\"><xxl21:alternateUrls driveId=\"b!Jane0\" itemId=\"01JANE\" "
+          "xmlns:xxl21=\"http://schemas.microsoft.com/office/spreadsheetml/2021/extlinks2021\"><xxl21:absoluteUrl r:id=\"rId2\"/>"
+          "</xxl21:alternateUrls><sheetNames><sheetName val=\"Data\"/></sheetNames></externalBook></externalLink>");
+    b.add("xl/externalLinks/_rels/externalLink1.xml.rels",
+          relsOf("<Relationship Id=\"rId1\" Type=\"" + rNS + "/externalLinkPath\" Target=\"Book2.xlsx\" TargetMode=\"External\"/>"
+                 "<Relationship Id=\"rId2\" Type=\"" + rNS + "/externalLinkLong\" "
+                 "Target=\"file:///C:\\Users\\jane.roe\\OneDrive\\Book2.xlsx\" TargetMode=\"External\"/>"));
     return b;
 }
 
@@ -225,8 +239,9 @@ const std::vector<CleanShape>& cleanShapes() {
          "Hidden/Orphaned Part"},
         {"hidden-sheet-remnants", workbookWithHiddenSheetRemnants, CleaningProfile::maximumPrivacy(),
          {{"xl/sharedStrings.xml", "Jane Roe 98000"}, {"xl/workbook.xml", "Salaries"}, {"xl/calcChain.xml", ""},
-          {"xl/workbook.xml", "absPath"}, {"docProps/app.xml", "HyperlinkBase"}, {"xl/workbook.xml", "activeTab=\"1\""}},
-         {"xl/worksheets/sheet1.xml"},
+          {"xl/workbook.xml", "absPath"}, {"docProps/app.xml", "HyperlinkBase"}, {"xl/workbook.xml", "activeTab=\"1\""},
+          {"xl/externalLinks/_rels/externalLink1.xml.rels", "jane.roe"}, {"xl/externalLinks/externalLink1.xml", "driveId"}},
+         {"xl/worksheets/sheet1.xml", "xl/externalLinks/externalLink1.xml"},
          "Hidden Sheet Text"},
     };
     return shapes;
