@@ -23,6 +23,16 @@ namespace stdfs = std::filesystem;
 using namespace std::chrono_literals;
 using testing::TempDir;
 
+// Blocks until a reader has opened the pipe (the body under test is inside its read), and returns
+// the writing end; the reader stays blocked in its read until that end is closed.
+int openWriterOnceRead(const std::filesystem::path& fifo) {
+    for (;;) {
+        const int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd >= 0) return fd;
+        std::this_thread::yield();
+    }
+}
+
 template <typename Error, typename F>
 std::string failureText(F&& f) {
     try {
@@ -74,11 +84,17 @@ TEST_F(CoordinatorTest, bodyRunsOnTheSerialWorkerWithTheFileAndItsErrorsReachThe
 }
 
 TEST_F(CoordinatorTest, aBodyThatHangsGivesTheCallerItsTimeOutAndTheServiceGoesOn) {
+    auto started = std::make_shared<std::latch>(1);
     auto release = std::make_shared<std::latch>(1);
     auto first = std::async(std::launch::async, [&] {
-        return failureText<FileCoordinationError>(
-            [&] { coordinator.coordinateReading("/mnt/fuse/hung.pdf", 30.0, [release](const stdfs::path&) { release->wait(); }); });
+        return failureText<FileCoordinationError>([&] {
+            coordinator.coordinateReading("/mnt/fuse/hung.pdf", 30.0, [started, release](const stdfs::path&) {
+                started->count_down();
+                release->wait();
+            });
+        });
     });
+    started->wait();
     clock->waitForPendingAlarms(1);
     clock->advance(29s);
     EXPECT_EQ(first.wait_for(0s), std::future_status::timeout);
@@ -269,13 +285,11 @@ TEST(CloudFileMaterializer, aProviderItemOnAHungMountFailsAfterTheTimeOut) {
     auto call = std::async(std::launch::async, [&] {
         return failureText<CloudMaterializationError>([&] { materializer.materializeFileProviderItem(fifo, 20.0); });
     });
+    const int writer = openWriterOnceRead(fifo);
     clock->waitForPendingAlarms(1);
     clock->advance(20s);
     EXPECT_EQ(call.get(), "Couldn't download hung.pdf from cloud storage.");
-    // Let the worker's open return, so that it ends with the test.
-    const int writer = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(writer, 0);
-    ::close(writer);
+    ::close(writer);  // the read ends, and the worker with the test
 }
 
 }  // namespace
