@@ -48,7 +48,9 @@ void to_json(nlohmann::json& j, const CleanCopySuffix& suffix) {
 
 void from_json(const nlohmann::json& j, CleanCopySuffix& suffix) {
     if (!j.is_object() || j.size() != 1) throw nlohmann::json::type_error::create(302, "a clean copy suffix", &j);
-    const auto& [key, value] = *j.items().begin();
+    const auto entry = j.begin();
+    const std::string key = entry.key();
+    const nlohmann::json& value = entry.value();
     if (key == "clean") suffix = CleanCopySuffix::clean();
     else if (key == "final") suffix = CleanCopySuffix::final();
     else if (key == "custom") suffix = CleanCopySuffix::custom(value.at("_0").get<std::string>());

@@ -16,6 +16,8 @@ class CleanCopySuffix {
 public:
     enum class Kind { clean, final, custom };
 
+    CleanCopySuffix() : kind_(Kind::clean) {}  // `clean`
+
     static CleanCopySuffix clean() { return CleanCopySuffix(Kind::clean, {}); }
     static CleanCopySuffix final() { return CleanCopySuffix(Kind::final, {}); }
     static CleanCopySuffix custom(std::string text) { return CleanCopySuffix(Kind::custom, std::move(text)); }

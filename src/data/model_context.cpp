@@ -130,7 +130,8 @@ void ModelContext::insertObject(const TableSpec& table, std::shared_ptr<void> ob
         it->second.deleted = false;
         return;
     }
-    tracked_.emplace(k, Tracked{&table, std::move(object), std::nullopt, false, nextSequence_++});
+    std::string id = idOf(table.toRow(object.get()));
+    tracked_.emplace(k, Tracked{&table, std::move(object), std::nullopt, std::move(id), false, nextSequence_++});
 }
 
 void ModelContext::deleteObject(const TableSpec& table, const std::shared_ptr<void>& object) {
@@ -143,7 +144,7 @@ void ModelContext::deleteObject(const TableSpec& table, const std::shared_ptr<vo
             t->deleted = true;
         }
     } else {
-        tracked_.emplace(key(table, id), Tracked{&table, object, row, true, nextSequence_++});
+        tracked_.emplace(key(table, id), Tracked{&table, object, row, id, true, nextSequence_++});
     }
     // Nullify: records of this context that point at the deleted one lose the reference now, so
     // that a later save does not write it back; stored rows follow by the foreign key's rule.
@@ -191,7 +192,7 @@ std::vector<std::shared_ptr<void>> ModelContext::fetchObjects(const TableSpec& t
         // What was read, as the record writes it back: a value that reads as a fall-back does
         // not count as a change.
         StoreRow stored = table.toRow(object.get());
-        tracked_.emplace(k, Tracked{&table, object, std::move(stored), false, nextSequence_++});
+        tracked_.emplace(k, Tracked{&table, object, std::move(stored), idOf(row), false, nextSequence_++});
         result.push_back(std::move(object));
     }
     if (pending.empty()) return result;
@@ -249,11 +250,11 @@ void ModelContext::save() {
         const Tracked& t = *ordered[i];
         rows[i] = t.table->toRow(t.object.get());
         if (t.deleted) {
-            if (t.stored) changes.push_back({StoreChange::Kind::remove, t.table, idOf(*t.stored), {}, {}});
+            if (t.stored) changes.push_back({StoreChange::Kind::remove, t.table, t.storeId, {}, {}});
         } else if (!t.stored) {
             changes.push_back({StoreChange::Kind::insert, t.table, idOf(rows[i]), rows[i], {}});
         } else if (rows[i] != *t.stored) {
-            StoreChange change{StoreChange::Kind::update, t.table, idOf(*t.stored), rows[i], {}};
+            StoreChange change{StoreChange::Kind::update, t.table, t.storeId, rows[i], {}};
             for (std::size_t c = 0; c < rows[i].size(); ++c)
                 if (c >= t.stored->size() || rows[i][c] != (*t.stored)[c]) change.changed.push_back(c);
             changes.push_back(std::move(change));

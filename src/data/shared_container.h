@@ -12,6 +12,7 @@
 #include <string>
 
 #include "data/store.h"
+#include "data/store_error.h"
 
 namespace tavrin {
 

@@ -193,6 +193,7 @@ private:
         const TableSpec* table;
         std::shared_ptr<void> object;
         std::optional<StoreRow> stored;  // absent: inserted in this context
+        std::string storeId;              // the id text as the store holds it
         bool deleted = false;
         std::uint64_t sequence = 0;
     };
