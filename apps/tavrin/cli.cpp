@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "pdf_commands.h"
+#include "store_commands.h"
 #include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
@@ -75,6 +76,9 @@ int run(int argc, char** argv) {
     removePassword->add_option("IN", removeOptions.input, "The protected PDF")->required();
     removePassword->add_option("OUT", removeOptions.output, "Where to write the open copy (must not exist)")->required();
 
+    StoreCommandOptions storeOptions;
+    addStoreCommands(app, storeOptions);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -93,6 +97,7 @@ int run(int argc, char** argv) {
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
         return kUsage;
     }
+    if (auto status = runStoreCommands(storeOptions)) return *status;
     if (*pdf) {
         const auto& options = *addPassword ? addOptions : removeOptions;
         if (!CleaningProfile::isPresetName(options.profile)) {

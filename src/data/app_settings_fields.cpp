@@ -67,7 +67,7 @@ const std::vector<AppSettingsField>& appSettingsFields() {
         FLAG_FIELD(autoProcessOnAdd),
         FLAG_FIELD(launchAtLogin),
         FLAG_FIELD(showMenuBarIcon),
-        {"maxConcurrentProcessing", "a whole number (kept within 1 to 8)",
+        {"maxConcurrentProcessing", "a whole number, kept within 1 to 8",
          [](const AppSettings& s) { return nlohmann::json(s.maxConcurrentProcessing()); },
          [](AppSettings& s, std::string_view v) { s.setMaxConcurrentProcessing(parseInteger(v)); }},
         {"cleanOutputMode", "inPlace or copy",
