@@ -174,3 +174,7 @@ done
 read -r secs peak <<<"$(measure "$tavrin" inspect "$movie")"
 printf '  %-28s %8s ms (best of 5, start-up included) %8s MB peak\n' "inspect 2 GB movie" "$best" "$peak"
 rm -f "$movie"
+
+echo
+echo "store"
+"$build/bin/tavrin-store-bench" "$work/store" | tail -n +2
