@@ -60,6 +60,9 @@ public:
 private:
     [[noreturn]] void fail(const SQLite::Exception& e, bool opening) const;
     SQLite::Statement& statement(const std::string& sql);
+    // An insert that replaces a row with the same id; built once per table, since a large save
+    // runs it for every row.
+    SQLite::Statement& insertStatement(const TableSpec& table);
     void bind(SQLite::Statement& s, int index, const StoreValue& value);
     static StoreValue read(const SQLite::Column& column);
     std::string whereSQL(const FetchRequest& request, std::vector<StoreValue>& arguments) const;
@@ -70,6 +73,7 @@ private:
     std::mutex mutex_;
     std::unique_ptr<SQLite::Database> db_;
     std::map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
+    std::map<const TableSpec*, SQLite::Statement*> insertStatements_;
 };
 
 SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configuration)
@@ -155,6 +159,25 @@ SQLite::Statement& SQLiteStore::statement(const std::string& sql) {
         slot->clearBindings();
     }
     return *slot;
+}
+
+SQLite::Statement& SQLiteStore::insertStatement(const TableSpec& table) {
+    if (auto it = insertStatements_.find(&table); it != insertStatements_.end()) {
+        it->second->reset();
+        it->second->clearBindings();
+        return *it->second;
+    }
+    std::string columns, values, updates;
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+        const std::string name = sqlName(table.columns[i].name);
+        columns += (i ? ", " : "") + name;
+        values += i ? ", ?" : "?";
+        if (i) updates += (i > 1 ? ", " : "") + name + " = excluded." + name;
+    }
+    auto& s = statement(fmt::format("INSERT INTO {} ({}) VALUES ({}) ON CONFLICT(\"id\") DO UPDATE SET {}",
+                                    sqlName(table.name), columns, values, updates));
+    insertStatements_[&table] = &s;
+    return s;
 }
 
 void SQLiteStore::bind(SQLite::Statement& s, int index, const StoreValue& value) {
@@ -276,15 +299,7 @@ void SQLiteStore::commit(const std::vector<StoreChange>& changes) {
             const TableSpec& table = *change.table;
             switch (change.kind) {
                 case StoreChange::Kind::insert: {
-                    std::string columns, values, updates;
-                    for (std::size_t i = 0; i < table.columns.size(); ++i) {
-                        const std::string name = sqlName(table.columns[i].name);
-                        columns += (i ? ", " : "") + name;
-                        values += i ? ", ?" : "?";
-                        if (i) updates += (i > 1 ? ", " : "") + name + " = excluded." + name;
-                    }
-                    auto& s = statement(fmt::format("INSERT INTO {} ({}) VALUES ({}) ON CONFLICT(\"id\") DO UPDATE SET {}",
-                                                    sqlName(table.name), columns, values, updates));
+                    auto& s = insertStatement(table);
                     for (std::size_t i = 0; i < change.row.size(); ++i) bind(s, static_cast<int>(i + 1), change.row[i]);
                     s.exec();
                     break;
