@@ -138,6 +138,7 @@ void addStoreCommands(CLI::App& app, StoreCommandOptions& options) {
     options.settingsSet->add_option("VALUE", options.value, "Its new value")->required();
 
     options.presets = app.add_subcommand("presets", "The cleaning presets: the starters and your own");
+    options.presets->add_option("--store", options.store, storeHelp);
     options.presets->require_subcommand(1);
     options.presetsList = options.presets->add_subcommand("list", "List every preset, starters first");
     options.presetsList->add_flag("--json", options.json, "Print JSON");

@@ -9,6 +9,11 @@
 // context or process sees them; `rollback` drops them and returns changed records to their
 // stored values. Fetches of a context see its own pending changes.
 //
+// A context is used by one thread at a time; contexts of one container may work on different
+// threads, and their fetches and saves take turns on the container's connection. Other
+// processes may open the same store: a save waits for another process's write within the busy
+// time-out instead of failing.
+//
 // Each record type `T` names its table through `static const TableSpec& table()`.
 
 #include <cstdint>
