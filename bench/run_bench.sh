@@ -180,3 +180,6 @@ echo "Service layer (expansion, staging, a batch through the processing service 
 if [ -x "$build/bin/tavrin-services-bench" ]; then
   "$build/bin/tavrin-services-bench" "$work/services" "$small" "$tavrin" 500 | sed 's/^/  /'
 fi
+echo
+echo "Store (open, recently cleaned of 100,000, a 2,000-file insert)"
+"$build/bin/tavrin-store-bench" "$work/store" | tail -n +2
