@@ -4,7 +4,14 @@
 #include <fmt/core.h>
 #include <functional>
 
+#include "model/text_encoding.h"
+
 namespace tavrin {
+
+MetadataValue MetadataValue::string(std::string s) {
+    if (!isValidUTF8(s)) s = validUTF8(s);
+    return MetadataValue(FromStorage{}, std::move(s));
+}
 
 std::optional<std::string> MetadataValue::stringValue() const {
     if (auto* s = std::get_if<std::string>(&v_)) return *s;
