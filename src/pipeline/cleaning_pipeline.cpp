@@ -38,6 +38,8 @@ FileType checkedSourceType(const std::filesystem::path& url) {
 
 }  // namespace
 
+FileType CleaningPipeline::checkSource(const std::filesystem::path& url) const { return checkedSourceType(url); }
+
 MetadataTree CleaningPipeline::inspect(const std::filesystem::path& url) const {
     const FileType type = checkedSourceType(url);
     auto r = reader(type);
