@@ -220,9 +220,9 @@ int runClean(const CleanOptions& options) {
         ProgressBar progress(reports.size(), reports.size() > 1);
         std::vector<bool> done(reports.size(), false);
         std::size_t printed = 0;
-        BatchRunOptions run;
-        run.maxParallel = options.jobs;
-        run.onFinished = [&](std::size_t index, std::size_t completed) {
+        BatchRunOptions batch;
+        batch.maxParallel = options.jobs;
+        batch.onFinished = [&](std::size_t index, std::size_t completed) {
             done[index] = true;
             for (; printed < reports.size() && done[printed]; ++printed) {
                 if (options.common.json) continue;
@@ -232,7 +232,7 @@ int runClean(const CleanOptions& options) {
             std::cout.flush();
             progress.advance(completed);
         };
-        runBatch(reports.size(), cleanOne, run);
+        runBatch(reports.size(), cleanOne, batch);
     }
 
     std::size_t failed = 0;

@@ -1,8 +1,10 @@
 #include "model/temporary_directories.h"
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/core.h>
@@ -14,6 +16,7 @@
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "model/pipeline_error.h"
 #include "model/uuid.h"
@@ -253,9 +256,12 @@ std::size_t removeStaleStagedFiles(const std::filesystem::path& folder) {
 void installTerminationCleanup() {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGHUP);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        // A signal the caller chose to ignore (nohup, a background job) stays ignored.
+        struct sigaction current {};
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_IGN) continue;
+        sigaddset(&set, signal);
+    }
     ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
     std::thread(watchTerminationSignals, set).detach();
 }

@@ -43,8 +43,8 @@ std::size_t removeStale(const std::filesystem::path& directory);
 // Removes, in `folder`, staged copies (".NAME.tavrin-<UUID>") that no live process holds locked.
 std::size_t removeStaleStagedFiles(const std::filesystem::path& folder);
 
-// Blocks SIGINT and SIGTERM in the calling thread, which threads started later inherit, and
-// starts the watcher that cleans up on either. REQUIRES: called once, before any other thread
+// Blocks SIGINT, SIGTERM and SIGHUP (those not ignored already) in the calling thread, which
+// threads started later inherit, and starts the watcher that cleans up on any of them. REQUIRES: called once, before any other thread
 // starts (first thing in main).
 void installTerminationCleanup();
 

@@ -235,9 +235,22 @@ pid_t spawnTavrin(const std::vector<std::string>& args, const std::filesystem::p
     std::vector<char*> argv;
     for (auto& a : argvText) argv.push_back(a.data());
     argv.push_back(nullptr);
+    // The signals under test act by default in the child, whatever the test runner ignores.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGINT);
+    sigaddset(&defaults, SIGTERM);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     pid_t pid = -1;
-    EXPECT_EQ(::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()), 0);
+    EXPECT_EQ(::posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), envp.data()), 0);
     posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     ::close(pipeFds[1]);
     *stdoutRead = pipeFds[0];
     return pid;
@@ -282,11 +295,11 @@ TEST(TavrinSafety, aKilledCleanLeavesNoTemporaryFolderAndNoPartialOutput) {
                              ? std::filesystem::path("/dev/shm") / ("tavrin_safety_" + std::to_string(::getpid()))
                              : dir / "tmp";
         std::filesystem::create_directories(tmp);
-        for (int i = 0; i < 400; ++i) testing::writeFile(in / ("p" + std::to_string(i) + ".jpg"), photo);
+        for (int i = 0; i < 1000; ++i) testing::writeFile(in / ("p" + std::to_string(i) + ".jpg"), photo);
 
         int stdoutRead = -1;
         const pid_t child =
-            spawnTavrin({"clean", "--jobs", "4", "--output-dir", out.string(), in.string()}, tmp, &stdoutRead);
+            spawnTavrin({"clean", "--jobs", "2", "--output-dir", out.string(), in.string()}, tmp, &stdoutRead);
         char first = 0;
         EXPECT_EQ(::read(stdoutRead, &first, 1), 1);  // the first file is done: the run is in full swing
         ::kill(child, c.signal);
