@@ -307,7 +307,9 @@ TEST(TavrinSafety, aKilledCleanLeavesNoTemporaryFolderAndNoPartialOutput) {
         ::waitpid(child, &status, 0);
         ::close(stdoutRead);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == c.signal) << status;
-        if (c.signal != SIGKILL) EXPECT_EQ(leftovers(tmp, "tavrin"), std::vector<std::string>{});
+        if (c.signal != SIGKILL) {
+            EXPECT_EQ(leftovers(tmp, "tavrin"), std::vector<std::string>{});
+        }
 
         // The next run's start sweeps what a killed run could not remove.
         testing::writeFile(dir / "next.jpg", photo);

@@ -79,7 +79,9 @@ TEST(TemporaryDirectories, sweepRemovesOnlyFoldersNoLiveProcessHolds) {
 
         EXPECT_EQ(temporaries::removeStale(root.path()), c.removed ? 1u : 0u);
         EXPECT_EQ(std::filesystem::exists(folder), !c.removed);
-        if (c.claim) EXPECT_EQ(std::filesystem::exists(claim), !c.removed);
+        if (c.claim) {
+            EXPECT_EQ(std::filesystem::exists(claim), !c.removed);
+        }
         EXPECT_TRUE(std::filesystem::exists(root / "unrelated.txt"));
         EXPECT_TRUE(std::filesystem::exists(root / "tavrin_notes"));
         if (holder > 0) {
