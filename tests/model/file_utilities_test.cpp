@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "model/data_size.h"
 #include "model/file_hash.h"
 #include "model/file_system.h"

@@ -126,8 +126,8 @@ TEST(SourceChecks, refusesWhatIsNotARegularFileOrTooLargeBeforeAnyReaderRuns) {
                 }
             });
         }
-        EXPECT_EQ(reader->calls, 0);
-        EXPECT_EQ(writer->calls, 0);
+        EXPECT_EQ(reader->calls.load(), 0);
+        EXPECT_EQ(writer->calls.load(), 0);
         EXPECT_FALSE(TavrinEngine::isPDFEncrypted(source));
         EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
     }
@@ -141,7 +141,7 @@ TEST(SourceChecks, aFileAtItsTypesLimitIsStillRead) {
     pipeline->registerReader(reader);
     TavrinEngine engine(EngineConfiguration::standard(), std::move(pipeline));
     engine.inspect(source);
-    EXPECT_EQ(reader->calls, 1);
+    EXPECT_EQ(reader->calls.load(), 1);
 }
 
 TEST(SourceChecks, everyTypeHasASizeLimitWithItsReason) {
