@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <spawn.h>
 #include <sys/stat.h>

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <chrono>
 #include <fcntl.h>
+#include <functional>
 #include <future>
+#include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 
