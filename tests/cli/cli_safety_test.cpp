@@ -315,7 +315,7 @@ TEST(TavrinSafety, aKilledCleanLeavesNoTemporaryFolderAndNoPartialOutput) {
         // The next run's start sweeps what a killed run could not remove.
         testing::writeFile(dir / "next.jpg", photo);
         std::string ignored;
-        EXPECT_EQ(testing::runCommand("TMPDIR=" + q(tmp) + " " + binary() + " clean --output-dir " + q(dir) + " " +
+        EXPECT_EQ(testing::runCommand("TMPDIR=" + q(tmp) + " " + binary() + " clean --output-dir " + q(dir.path()) + " " +
                                           q(dir / "next.jpg") + " >/dev/null 2>&1",
                                       &ignored),
                   0);
