@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "model/pipeline_error.h"
@@ -41,9 +42,17 @@ std::string extensionOf(const std::filesystem::path& url) {
 
 // Reads up to `max` bytes from the start of the file; -1 when it cannot be opened.
 long readHead(const std::filesystem::path& url, std::uint8_t* buf, std::size_t max, int* openErrno) {
-    int fd = ::open(url.c_str(), O_RDONLY | O_CLOEXEC);
+    // Without blocking, and only a regular file: a named pipe must not stall detection, nor a
+    // device feed it.
+    int fd = ::open(url.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
         if (openErrno) *openErrno = errno;
+        return -1;
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        if (openErrno) *openErrno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        ::close(fd);
         return -1;
     }
     std::size_t got = 0;
