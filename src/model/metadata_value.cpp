@@ -8,9 +8,8 @@
 
 namespace tavrin {
 
-MetadataValue MetadataValue::string(std::string s) {
-    if (!isValidUTF8(s)) s = validUTF8(s);
-    return MetadataValue(FromStorage{}, std::move(s));
+void makeValidUTF8(std::string& text) {
+    if (!isValidUTF8(text)) text = validUTF8(text);
 }
 
 std::optional<std::string> MetadataValue::stringValue() const {
