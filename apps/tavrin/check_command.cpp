@@ -146,9 +146,11 @@ CLI::App* addCheckCommand(CLI::App& app, CheckOptions& options) {
                       "maximum-privacy (default), standard-sharing, client-deliverable or location-only");
     check->add_option("--keep", options.keep, "Keep this item id or key (repeatable)")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     check->add_option("--remove", options.remove, "Also remove this item id or key (repeatable)")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     check->add_flag("--json", options.common.json, "Print a JSON array, one entry per file");
     check->add_option("--exiftool", options.common.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");

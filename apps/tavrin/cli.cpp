@@ -43,8 +43,8 @@ int run(int argc, char** argv) {
         "copy that cannot be verified is not written.");
     clean->add_option("--profile", cleanOptions.profile,
                       "maximum-privacy (default), standard-sharing, client-deliverable or location-only");
-    clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    clean->add_option("--remove", cleanOptions.remove, "Also remove this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("--remove", cleanOptions.remove, "Also remove this item id or key (repeatable)")->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     clean->add_option("-o,--output-dir", cleanOptions.outputDir, "Write the cleaned copies into DIR instead of beside each file");
     clean->add_option("--jobs", cleanOptions.jobs, "Files cleaned in parallel (default: cores, at most 8)")
         ->check(CLI::Range(1u, 64u));
