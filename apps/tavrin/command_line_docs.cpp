@@ -30,7 +30,7 @@ std::string roff(std::string_view text) {
     return out;
 }
 
-bool takesValue(const CLI::Option& option) { return option.get_type_size_max() > 0; }
+bool takesValue(const CLI::Option& option) { return option.get_expected_max() > 0; }
 
 std::vector<const CLI::Option*> namedOptions(const CLI::App& command) {
     std::vector<const CLI::Option*> out;
