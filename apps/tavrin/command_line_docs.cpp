@@ -125,7 +125,8 @@ void writeMainPage(std::ostream& out, const CLI::App& app) {
     out << ".SH COMMANDS\n";
     for (const auto* command : app.get_subcommands({}))
         out << ".TP\n\\fBtavrin " << roff(command->get_name()) << "\\fR\n" << roff(command->get_description())
-            << " See \\fB" << pageName(command) << "\\fR(1).\n";
+            << (command->get_description().ends_with('.') ? "" : ".") << " See \\fB" << pageName(command)
+            << "\\fR(1).\n";
     out << ".SH PROFILES\n";
     for (auto name : CleaningProfile::presetNames()) out << ".IP \\(bu 2\n" << roff(name) << "\n";
     writeCommonSections(out);
