@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "commands.h"
+#include "handoff_commands.h"
 #include "pdf_commands.h"
 #include "store_commands.h"
 #include "model/cleaning_profile.h"
@@ -78,6 +79,7 @@ int run(int argc, char** argv) {
 
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
+    HandoffCommands handoff(app);
 
     try {
         app.parse(argc, argv);
@@ -92,6 +94,7 @@ int run(int argc, char** argv) {
         return kUsage;
     }
 
+    if (auto status = handoff.runIfChosen()) return *status;
     if (*clean && !CleaningProfile::isPresetName(cleanOptions.profile)) {
         std::cerr << "tavrin: unknown profile '" << cleanOptions.profile
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
