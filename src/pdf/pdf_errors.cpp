@@ -2,12 +2,22 @@
 
 namespace tavrin {
 
+namespace {
+
+std::string withDetail(std::string text, const std::string& detail) {
+    if (!detail.empty()) text += " (" + detail + ")";
+    return text;
+}
+
+}  // namespace
+
 std::string PDFMetadataReaderError::description() const {
+    std::string text;
     switch (case_) {
-        case Case::cannotOpenPDF: return "Unable to open PDF file for metadata reading";
-        case Case::passwordRequired: return "This PDF is password protected; a password is needed to read it";
+        case Case::cannotOpenPDF: text = "Unable to open PDF file for metadata reading"; break;
+        case Case::passwordRequired: text = "This PDF is password protected; a password is needed to read it"; break;
     }
-    return "";
+    return withDetail(std::move(text), detail_);
 }
 
 std::string PDFWriterError::description() const {
@@ -19,13 +29,15 @@ std::string PDFWriterError::description() const {
         case Case::passwordRequired:
             text = "This PDF is password protected; a password is needed to clean it";
             break;
+        case Case::damagedDocument: text = "This PDF is damaged in a way cleaning cannot repair"; break;
     }
-    if (!detail_.empty()) text += " (" + detail_ + ")";
-    return text;
+    return withDetail(std::move(text), detail_);
 }
 
-std::string PDFPasswordError::description() const {
-    switch (case_) {
+std::string PDFPasswordError::description() const { return withDetail(fixedText(case_), detail_); }
+
+std::string PDFPasswordError::fixedText(Case c) {
+    switch (c) {
         case Case::cannotOpenDocument: return "This PDF could not be opened.";
         case Case::incorrectPassword: return "Incorrect password. Please check the password and try again.";
         case Case::documentNotEncrypted: return "This PDF is not password protected.";

@@ -9,21 +9,24 @@ namespace tavrin {
 class PDFMetadataReaderError : public std::exception {
 public:
     enum class Case { cannotOpenPDF, passwordRequired };
-    explicit PDFMetadataReaderError(Case c) : case_(c), text_(description()) {}
+    explicit PDFMetadataReaderError(Case c, std::string detail = "")
+        : case_(c), detail_(std::move(detail)), text_(description()) {}
     Case errorCase() const { return case_; }
     std::string description() const;
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:
     Case case_;
+    std::string detail_;  // why, in words, when there is more to say than the fixed text
     std::string text_;
 };
 
 class PDFWriterError : public std::exception {
 public:
-    enum class Case { cannotOpenDocument, cannotWriteDocument, outputNotCreated, passwordRequired };
+    enum class Case { cannotOpenDocument, cannotWriteDocument, outputNotCreated, passwordRequired, damagedDocument };
     explicit PDFWriterError(Case c, std::string detail = "") : case_(c), detail_(std::move(detail)), text_(description()) {}
     Case errorCase() const { return case_; }
+    const std::string& detail() const { return detail_; }
     std::string description() const;
     const char* what() const noexcept override { return text_.c_str(); }
 
@@ -47,13 +50,18 @@ public:
         encryptionNotRemoved,
         verificationFailed,
     };
-    explicit PDFPasswordError(Case c) : case_(c), text_(description()) {}
+    explicit PDFPasswordError(Case c, std::string detail = "")
+        : case_(c), detail_(std::move(detail)), text_(description()) {}
     Case errorCase() const { return case_; }
+    // Why, in words (the object and what was found there), or empty.
+    const std::string& detail() const { return detail_; }
     std::string description() const;
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:
+    static std::string fixedText(Case c);
     Case case_;
+    std::string detail_;
     std::string text_;
 };
 

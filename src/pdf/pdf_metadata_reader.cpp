@@ -2,6 +2,7 @@
 
 #include "model/pipeline_error.h"
 #include "pdf/pdf_latent_content_inspector.h"
+#include "pdf/pdf_xmp.h"
 
 namespace tavrin {
 
@@ -97,18 +98,37 @@ std::vector<MetadataItem> PDFMetadataReader::latentContentItems(PDFDocument& doc
                              hidden, false));
         return items;
     }
-    if (findings->hasJavaScript()) {
-        std::string joined;
-        for (const auto& location : findings->javaScriptLocations) {
-            if (!joined.empty()) joined += ", ";
-            joined += location;
+    const auto joined = [](const std::vector<std::string>& locations) {
+        std::string text;
+        for (const auto& location : locations) {
+            if (!text.empty()) text += ", ";
+            text += location;
         }
-        items.push_back(item("PDF.JavaScript", "Embedded JavaScript", MetadataValue::string(joined), hidden, false));
-    }
+        return text;
+    };
+    // Cleaning removes neither, and refuses the document: the item says so before anyone tries.
+    if (findings->hasJavaScript())
+        items.push_back(item("PDF.JavaScript", "Embedded JavaScript",
+                             MetadataValue::string(joined(findings->javaScriptLocations) +
+                                                   "; cleaning refuses a document that carries scripts"),
+                             hidden, false));
+    if (findings->hasLaunch())
+        items.push_back(item("PDF.LaunchAction", "Program launch actions (/Launch)",
+                             MetadataValue::string(joined(findings->launchLocations) +
+                                                   "; cleaning refuses a document that starts programs"),
+                             hidden, false));
     if (findings->hasAcroForm)
         items.push_back(item("PDF.AcroForm", "Interactive Form (AcroForm)",
                              MetadataValue::string("Form fields may contain user data"), hidden, false));
     return items;
+}
+
+std::vector<MetadataItem> PDFMetadataReader::xmpItems(PDFDocument& document) {
+    auto packet = PDFXMP::catalogPacket(document);
+    if (!packet) return {};
+    auto properties = PDFXMP::properties(*packet);
+    if (!properties) return {};
+    return PDFXMP::items(*properties);
 }
 
 bool PDFMetadataReader::canRead(const std::filesystem::path& url) const {
@@ -120,14 +140,20 @@ MetadataTree PDFMetadataReader::readMetadata(const std::filesystem::path& url) c
     PDFDocument::OpenStatus status;
     auto document = PDFDocument::open(url, "", &status);
     if (!document) {
-        const auto failure = status == PDFDocument::OpenStatus::passwordRequired
-                                 ? PDFMetadataReaderError::Case::passwordRequired
-                                 : PDFMetadataReaderError::Case::cannotOpenPDF;
-        throw PDFMetadataReaderError(failure);
+        if (status == PDFDocument::OpenStatus::passwordRequired)
+            throw PDFMetadataReaderError(PDFMetadataReaderError::Case::passwordRequired);
+        throw PDFMetadataReaderError(PDFMetadataReaderError::Case::cannotOpenPDF, describeOpenFailure(status));
     }
-    std::vector<MetadataItem> items = infoAttributeItems(document->documentAttributes());
-    for (auto& i : navigationItems(PDFNavigationInspector::summarize(*document))) items.push_back(std::move(i));
-    for (auto& i : latentContentItems(*document)) items.push_back(std::move(i));
+    std::vector<MetadataItem> items;
+    try {
+        items = infoAttributeItems(document->documentAttributes());
+        for (auto& i : xmpItems(*document)) items.push_back(std::move(i));
+        for (auto& i : navigationItems(PDFNavigationInspector::summarize(*document))) items.push_back(std::move(i));
+        for (auto& i : latentContentItems(*document)) items.push_back(std::move(i));
+    } catch (const std::exception& e) {
+        // qpdf's own exceptions stay behind this edge.
+        throw PDFMetadataReaderError(PDFMetadataReaderError::Case::cannotOpenPDF, e.what());
+    }
     return buildTree(items, url, type);
 }
 

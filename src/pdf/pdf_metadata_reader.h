@@ -23,6 +23,9 @@ public:
     static std::vector<MetadataItem> infoAttributeItems(const PDFDocumentAttributes& attributes);
     static std::vector<MetadataItem> navigationItems(const PDFNavigationInspector::Summary& summary);
     static std::vector<MetadataItem> latentContentItems(PDFDocument& document);
+    // The properties of the catalog's XMP packet, "PDF.XMP.dc:creator" …; none when there is no
+    // packet or it does not parse.
+    static std::vector<MetadataItem> xmpItems(PDFDocument& document);
 };
 
 }  // namespace tavrin

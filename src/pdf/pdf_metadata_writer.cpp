@@ -9,72 +9,22 @@
 #include "pdf/mapped_file.h"
 #include "pdf/pdf_date.h"
 #include "pdf/pdf_latent_content_inspector.h"
+#include "pdf/pdf_metadata_reader.h"
 #include "pdf/pdf_navigation_inspector.h"
+#include "pdf/pdf_integrity.h"
+#include "pdf/pdf_output_verifier.h"
+#include "pdf/pdf_password_processor.h"
 #include "pdf/pdf_rewriter.h"
+
+#include <qpdf/QUtil.hh>
 
 namespace tavrin {
 
 namespace {
 
-const std::set<std::string>& markupAnnotationTypes() {
-    static const std::set<std::string> types = {"Text",   "FreeText", "Highlight", "Underline", "StrikeOut",
-                                                "Squiggly", "Ink",    "Square",    "Circle",    "Line",
-                                                "Polygon",  "PolyLine", "Stamp",   "Popup"};
-    return types;
-}
-
-const std::set<std::string>& fileBearingAnnotationTypes() {
-    static const std::set<std::string> types = {"FileAttachment", "Sound", "Movie", "Screen", "RichMedia", "3D"};
-    return types;
-}
-
 MetadataItem writerItem(std::string id, std::string displayName, MetadataValue value, MetadataCategory category,
                         bool removable) {
     return MetadataItem{id, id, std::move(displayName), std::move(value), category, MetadataSource::pdfKit, removable};
-}
-
-MetadataItem annotationAuthorItem(const std::string& author) {
-    return writerItem("PDF.Annotation.Author", "Annotation Author", MetadataValue::string(author),
-                      MetadataCategory::authorIdentity, true);
-}
-
-MetadataItem annotationDateItem(MetadataValue value) {
-    return writerItem("PDF.Annotation.ModificationDate", "Annotation ModificationDate", std::move(value),
-                      MetadataCategory::timestamps, true);
-}
-
-MetadataItem annotationContentsItem(const std::string& contents) {
-    return writerItem("PDF.Annotation.Contents", "Annotation Contents", MetadataValue::string(contents),
-                      MetadataCategory::commentsAnnotations, true);
-}
-
-// What an annotation says about who wrote it, when, and what.
-struct AnnotationFacts {
-    std::optional<std::string> author;
-    std::optional<MetadataValue> date;
-    std::optional<std::string> contents;  // markup annotations only
-};
-
-std::optional<MetadataValue> annotationDate(QPDFObjectHandle annotation) {
-    for (const char* key : {"/M", "/CreationDate"}) {
-        auto text = stringValue(annotation.getKey(key));
-        if (!text || text->empty()) continue;
-        if (auto date = parsePDFDate(*text)) return MetadataValue::date(*date);
-        return MetadataValue::string(*text);
-    }
-    return std::nullopt;
-}
-
-AnnotationFacts factsOf(QPDFObjectHandle annotation, const std::string& subtype) {
-    AnnotationFacts facts;
-    auto author = stringValue(annotation.getKey("/T"));
-    if (author && !author->empty()) facts.author = *author;
-    facts.date = annotationDate(annotation);
-    if (markupAnnotationTypes().count(subtype)) {
-        auto contents = stringValue(annotation.getKey("/Contents"));
-        if (contents && !contents->empty()) facts.contents = *contents;
-    }
-    return facts;
 }
 
 std::size_t characterCount(const std::string& utf8) {
@@ -141,102 +91,16 @@ void PDFMetadataWriter::scrubInfoAttributes(PDFDocumentAttributes& attributes, c
     }
 }
 
-void PDFMetadataWriter::applyLinkPreservation(PDFDocument& document, const PDFLinkPreservationOptions& options,
-                                              std::vector<MetadataItem>& removed,
-                                              std::vector<MetadataItem>& retained) {
-    const auto history = MetadataCategory::documentHistory;
-    if (auto catalog = document.catalog()) {
-        QPDFObjectHandle outlines = catalog->getKey("/Outlines");
-        if (outlines.isDictionary()) {
-            const auto count = PDFNavigationInspector::countOutlineChildren(outlines);
-            MetadataItem item = writerItem("PDF.Navigation.Outline", "Navigation Outline",
-                                           MetadataValue::string(std::to_string(count) + " bookmark(s)"), history, false);
-            if (options.preserveNavigation) {
-                retained.push_back(std::move(item));
-            } else {
-                catalog->removeKey("/Outlines");
-                removed.push_back(std::move(item));
-            }
-        }
-    }
-    for (QPDFObjectHandle page : document.pages()) {
-        QPDFObjectHandle annots = page.getKey("/Annots");
-        if (!annots.isArray()) continue;
-        std::vector<QPDFObjectHandle> kept;
-        bool changed = false;
-        for (QPDFObjectHandle annotation : annots.getArrayAsVector()) {
-            if (!annotation.isDictionary() || annotationSubtype(annotation) != "Link") {
-                kept.push_back(annotation);
-                continue;
-            }
-            const auto kind = PDFNavigationInspector::classify(annotation);
-            const bool external = kind.kind == PDFNavigationInspector::LinkKind::Kind::externalURL;
-            MetadataItem item =
-                external ? writerItem("PDF.Navigation.ExternalHyperlink", "Navigation ExternalHyperlink",
-                                      MetadataValue::string(kind.url), history, false)
-                         : writerItem("PDF.Navigation.InternalLink", "Navigation InternalLink",
-                                      MetadataValue::string("internal navigation"), history, false);
-            const bool keep = external ? options.preserveExternalHyperlinks : options.preserveNavigation;
-            if (keep) {
-                kept.push_back(annotation);
-                retained.push_back(std::move(item));
-            } else {
-                changed = true;
-                removed.push_back(std::move(item));
-            }
-        }
-        if (changed) page.replaceKey("/Annots", QPDFObjectHandle::newArray(kept));
-    }
-}
-
-void PDFMetadataWriter::scrubAnnotations(PDFDocument& document, const CleaningProfile& profile,
-                                         std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained) {
-    document.forEachAnnotation([&](std::size_t, QPDFObjectHandle, QPDFObjectHandle annotation) {
-        const std::string subtype = annotationSubtype(annotation);
-        const AnnotationFacts facts = factsOf(annotation, subtype);
-        if (facts.author) {
-            MetadataItem item = annotationAuthorItem(*facts.author);
-            if (profile.shouldRemove(item)) {
-                annotation.removeKey("/T");
-                removed.push_back(std::move(item));
-            } else {
-                retained.push_back(std::move(item));
-            }
-        }
-        if (facts.date) {
-            MetadataItem item = annotationDateItem(*facts.date);
-            if (profile.shouldRemove(item)) {
-                annotation.removeKey("/M");
-                annotation.removeKey("/CreationDate");
-                removed.push_back(std::move(item));
-            } else {
-                retained.push_back(std::move(item));
-            }
-        }
-        if (facts.contents) {
-            MetadataItem item = annotationContentsItem(*facts.contents);
-            if (profile.shouldRemove(item)) {
-                // The rich-text form repeats the words, and a free-text box draws them in its
-                // appearance; the shape of every other markup stays.
-                annotation.removeKey("/Contents");
-                annotation.removeKey("/RC");
-                if (subtype == "FreeText") annotation.removeKey("/AP");
-                removed.push_back(std::move(item));
-            } else {
-                retained.push_back(std::move(item));
-            }
-        }
-    });
-}
-
 PDFMetadataWriter::InMemoryScrubResult PDFMetadataWriter::scrubInMemory(PDFDocument& document,
                                                                         const CleaningProfile& profile) {
     InMemoryScrubResult result;
+    // The rewrite never carries the catalog's XMP packet, whatever the profile keeps.
+    result.removed = PDFMetadataReader::xmpItems(document);
     PDFDocumentAttributes attributes = document.documentAttributes();
     scrubInfoAttributes(attributes, profile, result.removed, result.retained);
     document.setDocumentAttributes(attributes);
     applyLinkPreservation(document, profile.pdfLinkPreservation, result.removed, result.retained);
-    scrubAnnotations(document, profile, result.removed, result.retained);
+    scrubAnnotations(document, profile, result.removed, result.retained, &result.removedValues);
     return result;
 }
 
@@ -267,61 +131,16 @@ bool PDFMetadataWriter::identifyingInfoVerifiesClean(const PDFDocumentAttributes
     return true;
 }
 
-bool PDFMetadataWriter::annotationsReadClean(PDFDocument& document, const CleaningProfile& profile) {
-    bool clean = true;
-    try {
-        document.forEachAnnotation([&](std::size_t, QPDFObjectHandle, QPDFObjectHandle annotation) {
-            const std::string subtype = annotationSubtype(annotation);
-            // An embedded payload cannot be proven clean, whatever the profile says.
-            if (fileBearingAnnotationTypes().count(subtype)) clean = false;
-            const AnnotationFacts facts = factsOf(annotation, subtype);
-            if (facts.author && profile.shouldRemove(annotationAuthorItem(*facts.author))) clean = false;
-            if (facts.date && profile.shouldRemove(annotationDateItem(*facts.date))) clean = false;
-            if (facts.contents && profile.shouldRemove(annotationContentsItem(*facts.contents))) clean = false;
-        });
-    } catch (const std::exception&) {
-        return false;
-    }
-    return clean;
-}
-
 bool PDFMetadataWriter::confirmsNoEmbeddedFiles(PDFDocument& document) {
-    auto catalog = document.catalog();
-    if (!catalog) return false;
-    try {
-        QPDFObjectHandle names = catalog->getKey("/Names");
-        return !(names.isDictionary() && names.getKey("/EmbeddedFiles").isDictionary());
-    } catch (const std::exception&) {
-        return false;
-    }
+    return !PDFOutputVerifier::embeddedFilesProblem(document);
 }
 
 bool PDFMetadataWriter::confirmsNoMetadataStream(PDFDocument& document) {
-    auto catalog = document.catalog();
-    if (!catalog) return false;
-    try {
-        return catalog->getKey("/Metadata").isNull();
-    } catch (const std::exception&) {
-        return false;
-    }
+    return !PDFOutputVerifier::metadataStreamProblem(document);
 }
 
 bool PDFMetadataWriter::confirmsNoImageMetadata(PDFDocument& document) {
-    try {
-        for (QPDFObjectHandle object : document.qpdf().getAllObjects()) {
-            if (!object.isStream()) continue;
-            QPDFObjectHandle filter = object.getDict().getKey("/Filter");
-            const bool jpeg = (filter.isName() && filter.getName() == "/DCTDecode") ||
-                              (filter.isArray() && filter.getArrayNItems() == 1 &&
-                               filter.getArrayItem(0).isName() && filter.getArrayItem(0).getName() == "/DCTDecode");
-            if (!jpeg) continue;
-            auto raw = object.getRawStreamData();
-            if (jpegSegments::mayCarryMetadata({raw->getBuffer(), raw->getSize()})) return false;
-        }
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
+    return !PDFOutputVerifier::imageMetadataProblem(document);
 }
 
 std::set<std::string> PDFMetadataWriter::removedIdentifyingInfoValues(const PDFDocumentAttributes& originalAttributes,
@@ -334,13 +153,6 @@ std::set<std::string> PDFMetadataWriter::removedIdentifyingInfoValues(const PDFD
         if (found == originalAttributes.end()) continue;
         if (profile.shouldRemove(infoItem(m.attribute, found->second))) addTextValues(found->second, values);
     }
-    return values;
-}
-
-std::set<std::string> PDFMetadataWriter::removedTextValues(const std::vector<MetadataItem>& removed) {
-    std::set<std::string> values;
-    for (const auto& item : removed)
-        if (item.key == "PDF.Annotation.Author" || item.key == "PDF.Annotation.Contents") addTextValues(item.value, values);
     return values;
 }
 
@@ -364,71 +176,145 @@ bool PDFMetadataWriter::forensicScanConfirmsNoResidue(const std::filesystem::pat
     }
 }
 
-bool PDFMetadataWriter::scrubReinjectedInfo(const std::filesystem::path& at, const CleaningProfile& profile,
-                                            const PDFDocumentAttributes& originalAttributes,
-                                            const std::set<std::string>& removedValues) {
+std::optional<std::string> PDFMetadataWriter::scrubReinjectedInfo(const std::filesystem::path& at,
+                                                                  const CleaningProfile& profile,
+                                                                  const PDFDocumentAttributes& originalAttributes,
+                                                                  const std::set<std::string>& removedValues) {
     auto kept = keptInfoEntries(originalAttributes, profile);
-    if (!kept) return false;
+    if (!kept) return "Info dictionary: a kept value cannot be written";
     // Built before the file is touched; blanking moves no byte, so its offsets stay right.
     auto update = pdfBytes::makeInfoOverrideUpdate(at, *kept);
-    if (!update) return false;
-    if (!pdfBytes::neutralizeSupersededInfoObject(at)) return false;
+    if (!update) return "trailer of the rewritten file cannot be parsed";
+    if (!pdfBytes::neutralizeSupersededInfoObject(at)) return "the superseded Info dictionary cannot be blanked";
     pdfBytes::appendUpdate(*update, at);
 
-    auto reopened = PDFDocument::open(at);
+    auto reopened = PDFDocument::open(at, "", nullptr, PDFDocument::Recovery::refuse);
     if (!reopened)
         throw PipelineError::writeFailed(
             at, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::outputNotCreated)));
-    if (!readsAsClean(reopened->documentAttributes(), profile)) return false;
-    if (!annotationsReadClean(*reopened, profile)) return false;
-    if (!confirmsNoMetadataStream(*reopened)) return false;
-    if (!confirmsNoEmbeddedFiles(*reopened)) return false;
-    auto findings = PDFLatentContentInspector::inspect(*reopened);
-    if (!findings || findings->hasJavaScript()) return false;
-    if (!confirmsNoImageMetadata(*reopened)) return false;
-    // Anything qpdf had to complain about while we read the output means it is not what we wrote.
-    if (reopened->qpdf().anyWarnings()) return false;
-    return forensicScanConfirmsNoResidue(at, removedValues);
+    if (auto problem = PDFOutputVerifier::problemIn(*reopened, profile, PDFOutputVerifier::InfoCheck::all))
+        return problem;
+    if (!forensicScanConfirmsNoResidue(at, removedValues)) return "a removed value remains in the file's strings";
+    return std::nullopt;
+}
+
+namespace {
+
+// A fresh owner password nobody knows: the copy keeps the source's restrictions, and nobody can
+// lift them with the source's owner password.
+std::string randomOwnerPassword() {
+    unsigned char bytes[24];
+    QUtil::initializeWithRandomBytes(bytes, sizeof bytes);
+    return QUtil::hex_encode(std::string(reinterpret_cast<const char*>(bytes), sizeof bytes));
+}
+
+PipelineError fromPasswordError(const PDFPasswordError& e, const std::filesystem::path& source,
+                                const std::filesystem::path& destination) {
+    using E = PDFPasswordError::Case;
+    switch (e.errorCase()) {
+        case E::verificationFailed:
+        case E::encryptionNotApplied:
+            return PipelineError::outputVerificationFailed(source, e.detail().empty() ? e.what() : e.detail());
+        case E::cannotOpenDocument:
+            return PipelineError::readFailed(source, std::make_exception_ptr(e));
+        default:
+            return PipelineError::writeFailed(destination, std::make_exception_ptr(e));
+    }
+}
+
+}  // namespace
+
+CleaningResult PDFMetadataWriter::cleanOwnerRestricted(PDFDocument& document, const std::filesystem::path& source,
+                                                       const std::filesystem::path& destination,
+                                                       const CleaningProfile& profile) {
+    const PDFPermissions permissions = PDFPermissions::of(document.qpdf());
+    PDFPasswordPolicy policy{std::nullopt, randomOwnerPassword()};
+    PDFPasswordProcessor::Request request{document, source, destination, profile, policy, true, permissions};
+    CleaningResult result;
+    try {
+        result = PDFPasswordProcessor::cleanAndWrite(request);
+    } catch (const PDFPasswordError& e) {
+        throw fromPasswordError(e, source, destination);
+    }
+    result.warnings.push_back({"PDF permissions",
+                               "The original restricts printing or copying with an owner password; the cleaned copy "
+                               "keeps the same restrictions under a new, random owner password"});
+    return result;
 }
 
 CleaningResult PDFMetadataWriter::cleanMetadata(const std::filesystem::path& source,
                                                 const std::filesystem::path& destination,
                                                 const CleaningProfile& profile) const {
+    try {
+        return cleanOpened(source, destination, profile);
+    } catch (const PipelineError&) {
+        throw;
+    } catch (const std::exception& e) {
+        // qpdf's own exceptions stay behind this edge.
+        throw PipelineError::writeFailed(
+            destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::cannotWriteDocument, e.what())));
+    }
+}
+
+CleaningResult PDFMetadataWriter::cleanOpened(const std::filesystem::path& source,
+                                              const std::filesystem::path& destination,
+                                              const CleaningProfile& profile) {
     const auto start = std::chrono::steady_clock::now();
     PDFDocument::OpenStatus status;
     auto document = PDFDocument::open(source, "", &status);
-    const bool locked = status == PDFDocument::OpenStatus::passwordRequired || (document && document->isEncrypted());
-    if (!document || locked) {
-        // An encrypted file goes through the password processor, which keeps or sets protection
-        // on purpose; a plain clean would silently drop it.
-        const auto failure = locked ? PDFWriterError::Case::passwordRequired : PDFWriterError::Case::cannotOpenDocument;
-        throw PipelineError::readFailed(source, std::make_exception_ptr(PDFWriterError(failure)));
+    if (!document) {
+        // A file that needs a password to open goes through the password processor.
+        if (status == PDFDocument::OpenStatus::passwordRequired)
+            throw PipelineError::readFailed(
+                source, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::passwordRequired)));
+        throw PipelineError::readFailed(source, std::make_exception_ptr(PDFWriterError(
+                                                    PDFWriterError::Case::cannotOpenDocument, describeOpenFailure(status))));
     }
+    // Damage is refused with its reason before anything is written; a script or a program
+    // launch is named in the source's own object numbers.
+    document->resolveAll();
+    const bool repaired = document->wasRepaired();
+    if (auto damage = PDFIntegrity::damageIn(*document))
+        throw PipelineError::writeFailed(
+            destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::damagedDocument, *damage)));
+    if (auto active = PDFOutputVerifier::activeContentProblem(*document))
+        throw PipelineError::outputVerificationFailed(source, *active);
 
+    // Opened without a password yet encrypted: only an owner password restricts it.
+    CleaningResult result = document->isEncrypted() ? cleanOwnerRestricted(*document, source, destination, profile)
+                                                    : cleanPlain(*document, source, destination, profile);
+    if (repaired)
+        result.warnings.push_back({"PDF repair", "The file was damaged and has been repaired before cleaning; check "
+                                                 "that the cleaned copy shows everything"});
+    result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+CleaningResult PDFMetadataWriter::cleanPlain(PDFDocument& document, const std::filesystem::path& source,
+                                             const std::filesystem::path& destination, const CleaningProfile& profile) {
     InMemoryScrubResult scrub;
     PDFDocumentAttributes originalAttributes;
     std::set<std::string> removedValues;
     try {
-        originalAttributes = document->documentAttributes();
-        scrub = scrubInMemory(*document, profile);
+        originalAttributes = document.documentAttributes();
+        scrub = scrubInMemory(document, profile);
         removedValues = removedIdentifyingInfoValues(originalAttributes, profile);
-        for (const auto& v : removedTextValues(scrub.removed)) removedValues.insert(v);
+        removedValues.insert(scrub.removedValues.begin(), scrub.removedValues.end());
     } catch (const std::exception& e) {
         throw PipelineError::readFailed(
             source, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::cannotOpenDocument, e.what())));
     }
     try {
-        PDFRewriter::write(*document, destination, {});
+        PDFRewriter::write(document, destination, {});
     } catch (const PDFWriterError&) {
         throw PipelineError::writeFailed(destination, std::current_exception());
     }
-    document.reset();
     if (!fs::isReadableFile(destination))
         throw PipelineError::writeFailed(
             destination, std::make_exception_ptr(PDFWriterError(PDFWriterError::Case::outputNotCreated)));
 
-    if (!scrubReinjectedInfo(destination, profile, originalAttributes, removedValues))
-        throw PipelineError::outputVerificationFailed(source);
+    if (auto problem = scrubReinjectedInfo(destination, profile, originalAttributes, removedValues))
+        throw PipelineError::outputVerificationFailed(source, *problem);
 
     CleaningResult result;
     result.sourceURL = source;
@@ -445,7 +331,6 @@ CleaningResult PDFMetadataWriter::cleanMetadata(const std::filesystem::path& sou
         result.warnings.push_back(
             {"PDF AcroForm", "Document contains an interactive form; review form-field contents before sharing"});
     result.remainingMetadataClasses = remainingClasses(result.retainedItems);
-    result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }
 

@@ -31,6 +31,9 @@ public:
     struct InMemoryScrubResult {
         std::vector<MetadataItem> removed;
         std::vector<MetadataItem> retained;
+        // Every text taken out of annotations (authors, unique names, contents): none may be
+        // found in the output.
+        std::set<std::string> removedValues;
     };
 
     std::set<FileType> supportedTypes() const override { return {FileType::pdf}; }
@@ -48,12 +51,15 @@ public:
                                     std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained);
     static void applyLinkPreservation(PDFDocument& document, const PDFLinkPreservationOptions& options,
                                       std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained);
+    // Authors (/T, except on form widgets, where it names the field), unique names (/NM), dates
+    // and the words of markup; a pop-up is treated with its annotation.
     static void scrubAnnotations(PDFDocument& document, const CleaningProfile& profile,
-                                 std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained);
+                                 std::vector<MetadataItem>& removed, std::vector<MetadataItem>& retained,
+                                 std::set<std::string>* removedValues = nullptr);
 
     // Appends the Info update, blanks the old Info and runs the verification chain on `at`.
-    // False when any step cannot be made or any check fails.
-    static bool scrubReinjectedInfo(const std::filesystem::path& at, const CleaningProfile& profile,
+    // Nothing when every check holds; otherwise why not, in words.
+    static std::optional<std::string> scrubReinjectedInfo(const std::filesystem::path& at, const CleaningProfile& profile,
                                     const PDFDocumentAttributes& originalAttributes,
                                     const std::set<std::string>& removedValues);
     // The entries the new Info holds: the document's own values of everything kept.
@@ -65,6 +71,8 @@ public:
     // As readsAsClean, ignoring the reinjected attributes (for encrypted output).
     static bool identifyingInfoVerifiesClean(const PDFDocumentAttributes& attributes, const CleaningProfile& profile);
     static bool annotationsReadClean(PDFDocument& document, const CleaningProfile& profile);
+    // The first annotation that does not read clean, as "object 6 0: annotation author (/T) remains".
+    static std::optional<std::string> annotationProblem(PDFDocument& document, const CleaningProfile& profile);
     static bool confirmsNoEmbeddedFiles(PDFDocument& document);
     static bool confirmsNoMetadataStream(PDFDocument& document);
     static bool confirmsNoImageMetadata(PDFDocument& document);
@@ -73,10 +81,20 @@ public:
     // annotations: none of them may survive anywhere in the output's strings.
     static std::set<std::string> removedIdentifyingInfoValues(const PDFDocumentAttributes& originalAttributes,
                                                               const CleaningProfile& profile);
-    static std::set<std::string> removedTextValues(const std::vector<MetadataItem>& removed);
     // Values of fewer than five characters are ignored: they would match by chance.
     static bool forensicScanConfirmsNoResidue(const std::filesystem::path& at,
                                               const std::set<std::string>& removedValues);
+
+private:
+    static CleaningResult cleanOpened(const std::filesystem::path& source, const std::filesystem::path& destination,
+                                      const CleaningProfile& profile);
+    static CleaningResult cleanPlain(PDFDocument& document, const std::filesystem::path& source,
+                                     const std::filesystem::path& destination, const CleaningProfile& profile);
+    // A file with only an owner password: cleaned, and written under AES-256 with the same
+    // permissions and a fresh random owner password.
+    static CleaningResult cleanOwnerRestricted(PDFDocument& document, const std::filesystem::path& source,
+                                               const std::filesystem::path& destination,
+                                               const CleaningProfile& profile);
 };
 
 }  // namespace tavrin

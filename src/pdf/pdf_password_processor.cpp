@@ -3,7 +3,9 @@
 #include <chrono>
 
 #include "model/file_system.h"
+#include "pdf/pdf_integrity.h"
 #include "pdf/pdf_latent_content_inspector.h"
+#include "pdf/pdf_output_verifier.h"
 #include "pdf/pdf_rewriter.h"
 
 namespace tavrin {
@@ -20,6 +22,27 @@ std::int64_t sizeOrZero(const std::filesystem::path& path) {
     }
 }
 
+// Runs a password operation so that nothing but a PDFPasswordError leaves it: qpdf's own
+// exceptions become `fallback`, with their text as the detail.
+template <class Body>
+auto guarded(Error fallback, Body&& body) -> decltype(body()) {
+    try {
+        return body();
+    } catch (const PDFPasswordError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw PDFPasswordError(fallback, e.what());
+    }
+}
+
+// Damage, scripts and program launches are refused with their reason before anything is written,
+// in the source's own object numbers.
+void refuseWhatCannotBeCleaned(PDFDocument& document) {
+    if (auto damage = PDFIntegrity::damageIn(document)) throw PDFPasswordError(Error::cannotWriteDocument, *damage);
+    if (auto active = PDFOutputVerifier::activeContentProblem(document))
+        throw PDFPasswordError(Error::verificationFailed, *active);
+}
+
 // Opens an encrypted source: with no password when it is not locked, otherwise with `password`.
 std::unique_ptr<PDFDocument> openEncrypted(const std::filesystem::path& source, const std::string& password) {
     PDFDocument::OpenStatus status;
@@ -28,7 +51,8 @@ std::unique_ptr<PDFDocument> openEncrypted(const std::filesystem::path& source, 
         if (!document->isEncrypted()) throw PDFPasswordError(Error::documentNotEncrypted);
         return document;
     }
-    if (status != PDFDocument::OpenStatus::passwordRequired) throw PDFPasswordError(Error::cannotOpenDocument);
+    if (status != PDFDocument::OpenStatus::passwordRequired)
+        throw PDFPasswordError(Error::cannotOpenDocument, describeOpenFailure(status));
     document = PDFDocument::open(source, password, &status);
     if (!document) {
         throw PDFPasswordError(status == PDFDocument::OpenStatus::passwordRequired ? Error::incorrectPassword
@@ -40,39 +64,57 @@ std::unique_ptr<PDFDocument> openEncrypted(const std::filesystem::path& source, 
 }  // namespace
 
 bool PDFPasswordProcessor::isEncrypted(const std::filesystem::path& at) {
-    PDFDocument::OpenStatus status;
-    auto document = PDFDocument::open(at, "", &status);
-    if (document) return document->isEncrypted();
-    return status == PDFDocument::OpenStatus::passwordRequired;
+    return guarded(Error::cannotOpenDocument, [&] {
+        PDFDocument::OpenStatus status;
+        auto document = PDFDocument::open(at, "", &status);
+        if (document) return document->isEncrypted();
+        return status == PDFDocument::OpenStatus::passwordRequired;
+    });
+}
+
+bool PDFPasswordProcessor::needsPassword(const std::filesystem::path& at) {
+    return guarded(Error::cannotOpenDocument, [&] {
+        PDFDocument::OpenStatus status;
+        (void)PDFDocument::open(at, "", &status);
+        return status == PDFDocument::OpenStatus::passwordRequired;
+    });
 }
 
 CleaningResult PDFPasswordProcessor::cleanEncrypted(const std::filesystem::path& source,
                                                     const std::filesystem::path& output, const std::string& password,
                                                     const CleaningProfile& profile,
                                                     const PDFPasswordPolicy& policy) const {
-    auto document = openEncrypted(source, password);
-    return cleanAndWrite({*document, source, output, profile, policy, true});
+    return guarded(Error::cannotWriteDocument, [&] {
+        auto document = openEncrypted(source, password);
+        refuseWhatCannotBeCleaned(*document);
+        return cleanAndWrite({*document, source, output, profile, policy, true, std::nullopt});
+    });
 }
 
 CleaningResult PDFPasswordProcessor::removePassword(const std::filesystem::path& source,
                                                     const std::filesystem::path& output, const std::string& password,
                                                     const CleaningProfile& profile) const {
-    auto document = openEncrypted(source, password);
-    return cleanAndWrite({*document, source, output, profile, PDFPasswordPolicy{}, true});
+    return guarded(Error::cannotWriteDocument, [&] {
+        auto document = openEncrypted(source, password);
+        refuseWhatCannotBeCleaned(*document);
+        return cleanAndWrite({*document, source, output, profile, PDFPasswordPolicy{}, true, std::nullopt});
+    });
 }
 
 CleaningResult PDFPasswordProcessor::addPassword(const std::filesystem::path& source,
                                                  const std::filesystem::path& output, const CleaningProfile& profile,
                                                  const PDFPasswordPolicy& policy) const {
-    PDFDocument::OpenStatus status;
-    auto document = PDFDocument::open(source, "", &status);
-    if (!document) {
-        throw PDFPasswordError(status == PDFDocument::OpenStatus::passwordRequired ? Error::documentAlreadyEncrypted
-                                                                                   : Error::cannotOpenDocument);
-    }
-    if (document->isEncrypted()) throw PDFPasswordError(Error::documentAlreadyEncrypted);
-    if (!policy.hasAnyPassword()) throw PDFPasswordError(Error::noPasswordProvided);
-    return cleanAndWrite({*document, source, output, profile, policy, false});
+    return guarded(Error::cannotWriteDocument, [&] {
+        PDFDocument::OpenStatus status;
+        auto document = PDFDocument::open(source, "", &status);
+        if (!document && status == PDFDocument::OpenStatus::passwordRequired)
+            throw PDFPasswordError(Error::documentAlreadyEncrypted);
+        if (!document) throw PDFPasswordError(Error::cannotOpenDocument, describeOpenFailure(status));
+        if (document->isEncrypted()) throw PDFPasswordError(Error::documentAlreadyEncrypted);
+        if (!policy.hasAnyPassword()) throw PDFPasswordError(Error::noPasswordProvided);
+        refuseWhatCannotBeCleaned(*document);
+        return cleanAndWrite({*document, source, output, profile, policy, false, std::nullopt});
+    });
 }
 
 std::set<std::string> PDFPasswordProcessor::identifyingValues(const PDFDocumentAttributes& attributes) {
@@ -129,9 +171,11 @@ bool PDFPasswordProcessor::decryptedStringsConfirmNoResidue(PDFDocument& documen
 }
 
 void PDFPasswordProcessor::verifyOutput(const std::filesystem::path& at, const CleaningProfile& profile,
-                                        const PDFPasswordPolicy& policy, const std::set<std::string>& originalValues) {
+                                        const PDFPasswordPolicy& policy, const std::set<std::string>& originalValues,
+                                        const std::optional<PDFPermissions>& permissions) {
+    const auto refuse = PDFDocument::Recovery::refuse;
     PDFDocument::OpenStatus status;
-    auto document = PDFDocument::open(at, "", &status);
+    auto document = PDFDocument::open(at, "", &status, refuse);
     if (policy.hasAnyPassword()) {
         if (!document && status != PDFDocument::OpenStatus::passwordRequired)
             throw PDFPasswordError(Error::outputNotCreated);
@@ -139,27 +183,26 @@ void PDFPasswordProcessor::verifyOutput(const std::filesystem::path& at, const C
         // carry its encryption (the owner's restrictions).
         if (document && (policy.hasUserPassword() || !document->isEncrypted()))
             throw PDFPasswordError(Error::encryptionNotApplied);
-        if (!document && policy.hasUserPassword()) document = PDFDocument::open(at, *policy.userPassword);
-        if (!document && policy.hasOwnerPassword()) document = PDFDocument::open(at, *policy.ownerPassword);
-        if (!document) throw PDFPasswordError(Error::verificationFailed);
+        if (!document && policy.hasUserPassword()) document = PDFDocument::open(at, *policy.userPassword, nullptr, refuse);
+        if (!document && policy.hasOwnerPassword())
+            document = PDFDocument::open(at, *policy.ownerPassword, nullptr, refuse);
+        if (!document) throw PDFPasswordError(Error::verificationFailed, "the output does not open with its password");
         if (!document->isEncrypted()) throw PDFPasswordError(Error::encryptionNotApplied);
     } else {
         if (!document) throw PDFPasswordError(Error::outputNotCreated);
         if (document->isEncrypted()) throw PDFPasswordError(Error::encryptionNotRemoved);
     }
+    if (permissions && PDFPermissions::of(document->qpdf()) != *permissions)
+        throw PDFPasswordError(Error::encryptionNotApplied, "the permissions differ from the original's");
 
     const PDFDocumentAttributes attributes = document->documentAttributes();
     for (const auto& value : identifyingValues(attributes))
-        if (originalValues.count(value)) throw PDFPasswordError(Error::verificationFailed);
-    auto findings = PDFLatentContentInspector::inspect(*document);
-    const bool clean = PDFMetadataWriter::identifyingInfoVerifiesClean(attributes, profile) &&
-                       PDFMetadataWriter::annotationsReadClean(*document, profile) &&
-                       PDFMetadataWriter::confirmsNoMetadataStream(*document) &&
-                       PDFMetadataWriter::confirmsNoEmbeddedFiles(*document) && findings &&
-                       !findings->hasJavaScript() && PDFMetadataWriter::confirmsNoImageMetadata(*document) &&
-                       decryptedStringsConfirmNoResidue(*document, originalValues) &&
-                       !document->qpdf().anyWarnings();
-    if (!clean) throw PDFPasswordError(Error::verificationFailed);
+        if (originalValues.count(value))
+            throw PDFPasswordError(Error::verificationFailed, "Info dictionary: a removed value remains");
+    if (auto problem = PDFOutputVerifier::problemIn(*document, profile, PDFOutputVerifier::InfoCheck::identifyingOnly))
+        throw PDFPasswordError(Error::verificationFailed, *problem);
+    if (!decryptedStringsConfirmNoResidue(*document, originalValues))
+        throw PDFPasswordError(Error::verificationFailed, "a removed value remains in the file's strings");
 }
 
 CleaningResult PDFPasswordProcessor::cleanAndWrite(const Request& request) {
@@ -171,22 +214,24 @@ CleaningResult PDFPasswordProcessor::cleanAndWrite(const Request& request) {
         originalAttributes = request.document.documentAttributes();
         removedValues = PDFMetadataWriter::removedIdentifyingInfoValues(originalAttributes, request.profile);
         scrub = PDFMetadataWriter::scrubInMemory(request.document, request.profile);
-        for (const auto& v : PDFMetadataWriter::removedTextValues(scrub.removed)) removedValues.insert(v);
-    } catch (const std::exception&) {
-        throw PDFPasswordError(Error::cannotOpenDocument);
+        removedValues.insert(scrub.removedValues.begin(), scrub.removedValues.end());
+    } catch (const std::exception& e) {
+        throw PDFPasswordError(Error::cannotOpenDocument, e.what());
     }
     try {
-        PDFRewriter::write(request.document, request.output, request.policy);
-    } catch (const PDFWriterError&) {
-        throw PDFPasswordError(Error::cannotWriteDocument);
+        PDFRewriter::write(request.document, request.output, request.policy, request.permissions);
+    } catch (const PDFWriterError& e) {
+        throw PDFPasswordError(Error::cannotWriteDocument, e.detail());
     }
     if (!fs::isReadableFile(request.output)) throw PDFPasswordError(Error::outputNotCreated);
     // An appended plain Info object would not belong to an encrypted file; with a password the
     // checks of verifyOutput stand in its place.
-    if (!request.policy.hasAnyPassword() &&
-        !PDFMetadataWriter::scrubReinjectedInfo(request.output, request.profile, originalAttributes, removedValues))
-        throw PDFPasswordError(Error::verificationFailed);
-    verifyOutput(request.output, request.profile, request.policy, removedValues);
+    if (!request.policy.hasAnyPassword()) {
+        if (auto problem = PDFMetadataWriter::scrubReinjectedInfo(request.output, request.profile, originalAttributes,
+                                                                  removedValues))
+            throw PDFPasswordError(Error::verificationFailed, *problem);
+    }
+    verifyOutput(request.output, request.profile, request.policy, removedValues, request.permissions);
 
     CleaningResult result;
     result.sourceURL = request.source;

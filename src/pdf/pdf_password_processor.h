@@ -13,6 +13,7 @@
 #include "pdf/pdf_errors.h"
 #include "pdf/pdf_metadata_writer.h"
 #include "pdf/pdf_password_policy.h"
+#include "pdf/pdf_rewriter.h"
 
 namespace tavrin {
 
@@ -25,6 +26,8 @@ public:
         CleaningProfile profile;
         PDFPasswordPolicy policy;
         bool sourceWasEncrypted = false;
+        // Kept from the source instead of the restricted set (a file with only an owner password).
+        std::optional<PDFPermissions> permissions;
     };
 
     // All throw PDFPasswordError; a wrong password is reported before anything is written.
@@ -38,11 +41,15 @@ public:
 
     // False when the file does not open; a file that needs a password counts as encrypted.
     static bool isEncrypted(const std::filesystem::path& at);
+    // True only when the file does not open without a password (a user password is set).
+    static bool needsPassword(const std::filesystem::path& at);
 
     static CleaningResult cleanAndWrite(const Request& request);
-    // Re-opens `at` and proves the protection and the removals. Throws PDFPasswordError.
+    // Re-opens `at` and proves the protection and the removals. Throws PDFPasswordError, whose
+    // detail says what was found.
     static void verifyOutput(const std::filesystem::path& at, const CleaningProfile& profile,
-                             const PDFPasswordPolicy& policy, const std::set<std::string>& originalValues);
+                             const PDFPasswordPolicy& policy, const std::set<std::string>& originalValues,
+                             const std::optional<PDFPermissions>& permissions = std::nullopt);
     // Author, title, subject, keywords and creator values of the (decrypted) attributes.
     static std::set<std::string> identifyingValues(const PDFDocumentAttributes& attributes);
     // Every string object of the decrypted document, searched for the removed values: the raw

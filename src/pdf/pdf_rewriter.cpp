@@ -56,7 +56,13 @@ void PDFRewriter::dropCarriedMetadata(PDFDocument& document) {
     }
 }
 
-void PDFRewriter::write(PDFDocument& document, const std::filesystem::path& output, const PDFPasswordPolicy& policy) {
+PDFPermissions PDFPermissions::of(QPDF& q) {
+    return {q.allowAccessibility(), q.allowExtractAll(),    q.allowModifyAssembly(), q.allowModifyAnnotation(),
+            q.allowModifyForm(),    q.allowModifyOther(),   q.allowPrintLowRes(),    q.allowPrintHighRes()};
+}
+
+void PDFRewriter::write(PDFDocument& document, const std::filesystem::path& output, const PDFPasswordPolicy& policy,
+                        const std::optional<PDFPermissions>& permissions) {
     QPDF& q = document.qpdf();
     try {
         dropCarriedMetadata(document);
@@ -77,7 +83,15 @@ void PDFRewriter::write(PDFDocument& document, const std::filesystem::path& outp
             // has one. Permission value 35 maps to printing (low and high resolution) and
             // accessibility; everything else is off.
             const std::string user = policy.userPassword.value_or("");
-            if (policy.hasOwnerPassword()) {
+            if (policy.hasOwnerPassword() && permissions) {
+                const PDFPermissions& p = *permissions;
+                const qpdf_r3_print_e print = p.printHighResolution  ? qpdf_r3p_full
+                                              : p.printLowResolution ? qpdf_r3p_low
+                                                                     : qpdf_r3p_none;
+                writer.setR6EncryptionParameters(user.c_str(), policy.ownerPassword->c_str(), p.accessibility,
+                                                 p.extract, p.assemble, p.annotate, p.fillForms, p.modifyOther,
+                                                 print, true);
+            } else if (policy.hasOwnerPassword()) {
                 writer.setR6EncryptionParameters(user.c_str(), policy.ownerPassword->c_str(), true, false, false, false,
                                                  false, false, qpdf_r3p_full, true);
             } else {

@@ -12,7 +12,7 @@ class NativePDFSupport final : public PDFSupport {
 public:
     std::shared_ptr<const MetadataReader> reader() const override { return reader_; }
     std::shared_ptr<const MetadataWriter> writer() const override { return writer_; }
-    bool isEncrypted(const std::filesystem::path& at) const override { return PDFPasswordProcessor::isEncrypted(at); }
+    bool isEncrypted(const std::filesystem::path& at) const override { return PDFPasswordProcessor::needsPassword(at); }
     CleaningResult cleanEncrypted(const std::filesystem::path& source, const std::filesystem::path& output,
                                   const std::string& password, const CleaningProfile& profile,
                                   const PDFPasswordPolicy& policy) const override {

@@ -25,6 +25,8 @@ public:
     virtual std::shared_ptr<const MetadataReader> reader() const = 0;
     virtual std::shared_ptr<const MetadataWriter> writer() const = 0;
     // As PDFPasswordProcessor's operations of the same names; all throw PDFPasswordError.
+    // `isEncrypted` is true when the file needs a password to open: a file restricted only by an
+    // owner password opens without one, and a plain clean keeps its restrictions.
     virtual bool isEncrypted(const std::filesystem::path& at) const = 0;
     virtual CleaningResult cleanEncrypted(const std::filesystem::path& source, const std::filesystem::path& output,
                                           const std::string& password, const CleaningProfile& profile,

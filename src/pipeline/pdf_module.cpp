@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include "pdf/pdf_errors.h"
+
 namespace tavrin::pdfModule {
 
 namespace {
@@ -59,7 +61,10 @@ public:
 
 const PDFSupport& support() {
     static const auto loaded = load();
-    if (const auto* reason = std::get_if<std::string>(&loaded)) throw std::runtime_error(*reason);
+    // The PDF component's own error, so a password operation raises nothing else; the reader and
+    // writer stand-ins pass it on to the pipeline, which wraps it with the file's name.
+    if (const auto* reason = std::get_if<std::string>(&loaded))
+        throw PDFPasswordError(PDFPasswordError::Case::cannotOpenDocument, *reason);
     return *std::get<const PDFSupport*>(loaded);
 }
 

@@ -11,8 +11,9 @@
 
 namespace tavrin::pdfModule {
 
-// The loaded support. Throws std::runtime_error, with the reason, when the module cannot be
-// loaded; every PDF operation then fails with that message and nothing is written.
+// The loaded support. Throws PDFPasswordError(cannotOpenDocument), with the reason as its
+// detail, when the module cannot be loaded; every PDF operation then fails with that message
+// and nothing is written.
 const PDFSupport& support();
 
 std::shared_ptr<const MetadataReader> reader();

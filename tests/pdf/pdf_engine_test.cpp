@@ -54,6 +54,10 @@ TEST(PDFThroughTheEngine, passwordOperationsPublishOnlyVerifiedFiles) {
     const auto locked = write(dir, "locked.pdf", testing::encryptedAES256(testing::dirtyPDF(), "pw", "owner"));
     EXPECT_TRUE(TavrinEngine::isPDFEncrypted(locked));
     EXPECT_FALSE(TavrinEngine::isPDFEncrypted(write(dir, "zip.pdf", "PK\x03\x04")));
+    // Only an owner password: it opens without one, so no password is asked for.
+    const auto ownerOnly = write(dir, "owner.pdf", testing::ownerRestricted(testing::dirtyPDF(), "owner"));
+    EXPECT_FALSE(TavrinEngine::isPDFEncrypted(ownerOnly));
+    EXPECT_TRUE(engine.cleanToFile(ownerOnly, CleaningProfile::maximumPrivacy(), dir / "owner-clean.pdf").verifiedClean);
 
     EXPECT_THROW(engine.cleanEncryptedPDF(locked, "wrong", CleaningProfile::maximumPrivacy(), {}, dir / "out.pdf"),
                  PDFPasswordError);
@@ -78,6 +82,32 @@ TEST(PDFThroughTheEngine, passwordOperationsPublishOnlyVerifiedFiles) {
                                          dir / "out.pdf"),
                  FileSystemError);
     EXPECT_EQ(testing::readFile(dir / "out.pdf"), before);
+}
+
+// A refusal through the engine leaves nothing at the destination and carries its reason, both
+// when it is refused before writing and when the written copy fails verification.
+TEST(PDFThroughTheEngine, refusalsLeaveNoOutputAndNameTheirReason) {
+    const std::tuple<const char*, std::string, const char*> cases[] = {
+        {"launch", testing::onePage("/OpenAction << /S /Launch /F (calc.exe) >>"),
+         "object 1 0: program launch action (Document open action)"},
+        {"attachment annotation",
+         testing::onePage("", "/Annots [4 0 R]",
+                          {{4, "<< /Type /Annot /Subtype /FileAttachment /Rect [0 0 10 10] /FS (a.txt) >>"}}),
+         "FileAttachment annotation carries a file or media"},
+        {"embedded file", testing::dirtyPDF({.attachment = true}), "embedded files"},
+    };
+    for (const auto& [name, bytes, reason] : cases) {
+        TempDir dir;
+        TavrinEngine engine;
+        try {
+            engine.cleanToFile(write(dir, "in.pdf", bytes), CleaningProfile::maximumPrivacy(), dir / "out.pdf");
+            ADD_FAILURE() << name << " was cleaned";
+        } catch (const PipelineError& e) {
+            EXPECT_EQ(e.errorCase(), PipelineError::Case::outputVerificationFailed) << name;
+            EXPECT_NE(e.reason().find(reason), std::string::npos) << name << ": " << e.reason();
+        }
+        EXPECT_FALSE(std::filesystem::exists(dir / "out.pdf")) << name;
+    }
 }
 
 // The command line, when the test run has built it.

@@ -135,6 +135,36 @@ std::string encryptedAES256(const std::string& pdf, const std::string& user, con
     });
 }
 
+std::string ownerRestricted(const std::string& pdf, const std::string& owner) {
+    return rewrite(pdf, [&](QPDFWriter& w) {
+        w.setR6EncryptionParameters("", owner.c_str(), true, false, false, false, true, false, qpdf_r3p_low, true);
+    });
+}
+
+std::string formPDF() {
+    RawPDFBuilder b;
+    b.object(1, "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [4 0 R] /DA (/Helv 0 Tf 0 g) "
+                "/DR << /Font << /Helv 6 0 R >> >> >> >>");
+    b.object(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
+    b.object(3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 300 300] /Annots [4 0 R] >>");
+    b.object(4, "<< /Type /Annot /Subtype /Widget /FT /Tx /T (ApplicantName) /TU (Your full name) "
+                "/V (Jane Filled Value) /DA (/Helv 12 Tf 0 g) /F 4 /Rect [20 200 280 230] /P 3 0 R "
+                "/AP << /N 5 0 R >> /MK << /BG [1 1 1] >> /M (D:20230405060708Z) >>");
+    b.stream(5, "/Type /XObject /Subtype /Form /BBox [0 0 260 30] /Resources << /Font << /Helv 6 0 R >> >>",
+             "/Tx BMC BT /Helv 12 Tf 0 g 2 10 Td (Jane Filled Value) Tj ET EMC");
+    b.object(6, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding /WinAnsiEncoding >>");
+    b.object(7, "<< /Author (Form Author Person) >>");
+    return b.endRevision("/Root 1 0 R /Info 7 0 R").bytes();
+}
+
+std::string qpdfCheckProblems(const std::filesystem::path& pdf) {
+    std::string output;
+    const int status = runCommand("qpdf --check " + shellQuote(pdf.string()) + " 2>&1", &output);
+    if (status == 0 && output.find("WARNING") == std::string::npos && output.find("ERROR") == std::string::npos)
+        return "";
+    return output.empty() ? "qpdf --check failed" : output;
+}
+
 std::string jpegWithMetadata() {
     auto segment = [](char marker, const std::string& body) {
         return std::string{'\xFF', marker, char((body.size() + 2) >> 8), char(body.size() + 2)} + body;

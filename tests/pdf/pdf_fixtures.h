@@ -108,6 +108,14 @@ std::string encryptedAES256(const std::string& pdf, const std::string& userPassw
 // A one-page document whose catalog and page carry the given extra entries, with extra objects.
 std::string onePage(const std::string& catalogEntries, const std::string& pageEntries = "",
                     const std::vector<std::pair<int, std::string>>& extra = {});
+// The same document with only an owner password: it opens without one, but printing is limited to
+// low resolution and copying and changing are off.
+std::string ownerRestricted(const std::string& pdf, const std::string& ownerPassword);
+// A one-page form: a text field whose widget carries a name, a value, a default appearance and
+// an appearance stream.
+std::string formPDF();
+// The whole file, qpdf --check's verdict: empty when it finds no error or warning, else its output.
+std::string qpdfCheckProblems(const std::filesystem::path& pdf);
 // A one-page document whose page shows a JPEG carrying an APP1 segment and a comment.
 std::string pdfWithJPEG();
 // A tiny baseline JPEG with APP0, APP1 ("Exif … GPS secret"), COM and trailing bytes.
