@@ -9,6 +9,7 @@
 #include "handoff_commands.h"
 #include "pdf_commands.h"
 #include "store_commands.h"
+#include "watch_command.h"
 #include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
@@ -80,6 +81,7 @@ int run(int argc, char** argv) {
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
     HandoffCommands handoff(app);
+    WatchCommands watch(app);
 
     try {
         app.parse(argc, argv);
@@ -95,6 +97,7 @@ int run(int argc, char** argv) {
     }
 
     if (auto status = handoff.runIfChosen()) return *status;
+    if (auto status = watch.runIfChosen()) return *status;
     if (*clean && !CleaningProfile::isPresetName(cleanOptions.profile)) {
         std::cerr << "tavrin: unknown profile '" << cleanOptions.profile
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
