@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include <fmt/format.h>
 
@@ -15,7 +16,9 @@ namespace tavrin {
 
 namespace {
 
-constexpr std::uint32_t kWatchMask = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE | IN_DELETE |
+// IN_MODIFY as well: the countdown of a file starts at the last change the kernel reported, so
+// each write must be seen, also from a program that keeps the file open.
+constexpr std::uint32_t kWatchMask = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE | IN_DELETE | IN_MODIFY |
                                      IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 class SystemInotifyKernel final : public InotifyKernel {
@@ -134,33 +137,45 @@ void FolderWatcher::stop() {
     if (inotifyFd_ >= 0) ::close(inotifyFd_);
     inotifyFd_ = -1;
     pending_.clear();
+    lastEventAt_.clear();
     ++rescanGeneration_;
 }
 
 FolderWatcher::HandledState FolderWatcher::snapshotHandledState() const { return HandledState{handledPaths_, pending_}; }
 
-void FolderWatcher::onReadable() {
+FolderWatcher::Drained FolderWatcher::drainEvents() {
     alignas(struct inotify_event) char buffer[16 * 1024];
-    bool changed = false;
-    std::optional<FolderWatchError> gone;
+    Drained drained;
+    const double time = now();
     for (;;) {
         const ssize_t got = ::read(inotifyFd_, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break;  // EAGAIN: drained
         for (ssize_t offset = 0; offset + static_cast<ssize_t>(sizeof(struct inotify_event)) <= got;) {
             const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + offset);
-            if (event->mask & IN_DELETE_SELF) gone = FolderWatchError::folderDeleted(directoryURL_);
-            else if (event->mask & IN_MOVE_SELF) gone = FolderWatchError::folderMoved(directoryURL_);
-            else if ((event->mask & IN_IGNORED) && !gone) gone = FolderWatchError::folderDeleted(directoryURL_);
-            else changed = true;
+            if (event->mask & IN_DELETE_SELF) {
+                drained.gone = FolderWatchError::folderDeleted(directoryURL_);
+            } else if (event->mask & IN_MOVE_SELF) {
+                drained.gone = FolderWatchError::folderMoved(directoryURL_);
+            } else if (event->mask & IN_IGNORED) {
+                if (!drained.gone) drained.gone = FolderWatchError::folderDeleted(directoryURL_);
+            } else {
+                drained.changed = true;
+                if (event->len > 0) lastEventAt_[(directoryURL_ / std::string(event->name)).string()] = time;
+            }
             offset += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
         }
     }
-    if (gone) {
-        stopBecause(std::move(*gone));
+    return drained;
+}
+
+void FolderWatcher::onReadable() {
+    auto drained = drainEvents();
+    if (drained.gone) {
+        stopBecause(std::move(*drained.gone));
         return;
     }
-    if (changed) scheduleRescan();
+    if (drained.changed) scheduleRescan();
 }
 
 void FolderWatcher::stopBecause(FolderWatchError error) {
@@ -174,7 +189,13 @@ void FolderWatcher::stopBecause(FolderWatchError error) {
 
 void FolderWatcher::scheduleRescan() { scheduleListing(debounceInterval_); }
 
-void FolderWatcher::scheduleStabilityFollowUp() { scheduleListing(decider_.stabilityInterval()); }
+void FolderWatcher::scheduleStabilityFollowUp() {
+    // When the first file under observation comes due: at most the stability interval away.
+    double due = std::numeric_limits<double>::max();
+    for (const auto& [path, pending] : pending_) due = std::min(due, pending.observedAt + decider_.stabilityInterval());
+    const double delay = std::clamp(due - now(), 0.0, decider_.stabilityInterval());
+    scheduleListing(delay);
+}
 
 void FolderWatcher::scheduleListing(double delay) {
     // Each request supersedes the one before, so a burst of events gives one listing.
@@ -220,6 +241,11 @@ std::vector<FolderWatcher::ScannedEntry> FolderWatcher::listDirectory() const {
 
 void FolderWatcher::rescan() {
     if (!isWatching()) return;
+    // Events that came after the timer fired belong to this listing.
+    if (auto drained = drainEvents(); drained.gone) {
+        stopBecause(std::move(*drained.gone));
+        return;
+    }
     const auto entries = listDirectory();
     const double time = now();
     std::set<std::string> seen;
@@ -232,6 +258,7 @@ void FolderWatcher::rescan() {
     // A file that left is forgotten, so a new file of that name is new.
     std::erase_if(pending_, [&](const auto& item) { return !seen.contains(item.first); });
     std::erase_if(handledPaths_, [&](const std::string& path) { return !seen.contains(path); });
+    lastEventAt_.clear();
     if (!pending_.empty()) scheduleStabilityFollowUp();
     if (!stable.empty() && onStableFiles_) onStableFiles_(std::move(stable));
 }
@@ -254,7 +281,10 @@ std::optional<std::filesystem::path> FolderWatcher::evaluate(const ScannedEntry&
     }
     // Same state, time not yet up: the first sighting is what counts.
     if (previous && previous->first == entry.state) return std::nullopt;
-    pending_[path] = PendingSnapshot{entry.state, time};
+    // The state was reached at the file's last reported change (the debounce only gathered the
+    // burst), else now.
+    auto event = lastEventAt_.find(path);
+    pending_[path] = PendingSnapshot{entry.state, event == lastEventAt_.end() ? time : std::min(event->second, time)};
     return std::nullopt;
 }
 

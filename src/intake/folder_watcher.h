@@ -4,8 +4,9 @@
 // modification time. What lies in the folder when watching begins is a baseline and is never
 // reported; a reported or ignored file is not looked at again while it stays in the folder.
 //
-// Bursts of events collapse behind the debounce interval; while files are under observation a
-// follow-up listing comes after each stability interval. An idle folder costs nothing: no timer
+// Bursts of events collapse behind the debounce interval; a file's countdown starts at its last
+// reported change, and while files are under observation a follow-up listing comes when the first
+// of them is due. An idle folder costs nothing: no timer
 // runs and the descriptor sleeps in poll.
 
 #include <cstdint>
@@ -102,6 +103,12 @@ private:
         WatchedFolderFileState state;
     };
 
+    struct Drained {
+        bool changed = false;
+        std::optional<FolderWatchError> gone;
+    };
+    // Reads every queued event, noting the time of each entry's latest.
+    Drained drainEvents();
     void onReadable();
     void scheduleRescan();
     void scheduleStabilityFollowUp();
@@ -126,6 +133,7 @@ private:
     std::optional<EventLoop::TimerId> timer_;
     std::set<std::string> handledPaths_;
     std::map<std::string, PendingSnapshot> pending_;
+    std::map<std::string, double> lastEventAt_;  // since the last listing
     std::int64_t rescanGeneration_ = 0;
     // Lets a posted notice know whether its watcher still exists.
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);
