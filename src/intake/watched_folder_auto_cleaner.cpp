@@ -1,9 +1,11 @@
 #include "intake/watched_folder_auto_cleaner.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -131,10 +133,31 @@ std::filesystem::path WatchedFolderAutoCleaner::destinationURL(const std::filesy
     if (!extension.empty()) extension.erase(0, 1);
     try {
         return CleanCopyNaming::resolvedCopyURL(defaultURL.filename().string(), directory, extension,
-                                                existingSiblingPaths(directory));
+                                                siblingsStartingWith(directory, defaultURL.stem().string()));
     } catch (const CleanCopyNamingError&) {
         return defaultURL;
     }
+}
+
+std::set<std::string> WatchedFolderAutoCleaner::siblingsStartingWith(const std::filesystem::path& directory,
+                                                                     const std::string& stem) {
+    // Only names that begin like the copy's, ignoring case, can collide with it or its numbered
+    // forms; a folder of thousands of files is read with plain readdir, without building paths.
+    const auto lower = [](std::string text) {
+        for (auto& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return text;
+    };
+    const std::string prefix = lower(stem);
+    std::set<std::string> paths;
+    DIR* dir = ::opendir(directory.c_str());
+    if (!dir) return paths;
+    while (const dirent* item = ::readdir(dir)) {
+        const std::string_view name(item->d_name);
+        if (name.size() < prefix.size()) continue;
+        if (lower(std::string(name.substr(0, prefix.size()))) == prefix) paths.insert((directory / std::string(name)).string());
+    }
+    ::closedir(dir);
+    return paths;
 }
 
 std::set<std::string> WatchedFolderAutoCleaner::existingSiblingPaths(const std::filesystem::path& directory) {

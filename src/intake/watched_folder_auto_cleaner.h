@@ -66,6 +66,8 @@ public:
     static std::set<std::string> existingSiblingPaths(const std::filesystem::path& directory);
 
 private:
+    // The paths of the entries whose names begin with `stem`, ignoring case.
+    static std::set<std::string> siblingsStartingWith(const std::filesystem::path& directory, const std::string& stem);
     void publish(const std::filesystem::path& staged, const std::filesystem::path& destination) const;
 
     std::shared_ptr<const TavrinEngine> engine_;
