@@ -174,3 +174,7 @@ done
 read -r secs peak <<<"$(measure "$tavrin" inspect "$movie")"
 printf '  %-28s %8s ms (best of 5, start-up included) %8s MB peak\n' "inspect 2 GB movie" "$best" "$peak"
 rm -f "$movie"
+
+echo
+echo "bench: watched folders"
+python3 "$(dirname "$0")/watch_bench.py" "$tavrin" samples/files/beach-photo.jpg 1000
