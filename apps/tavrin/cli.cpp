@@ -11,6 +11,7 @@
 #include "handoff_commands.h"
 #include "pdf_commands.h"
 #include "store_commands.h"
+#include "watch_command.h"
 #include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
@@ -87,6 +88,7 @@ int run(int argc, char** argv) {
     HandoffCommands handoff(app);
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
+    WatchCommands watch(app);
 
     if (auto generated = runGenerator(app, argc, argv)) return *generated;
     try {
@@ -103,6 +105,7 @@ int run(int argc, char** argv) {
     }
 
     if (auto status = handoff.runIfChosen()) return *status;
+    if (auto status = watch.runIfChosen()) return *status;
     if ((*clean || *check) && !CleaningProfile::isPresetName(*check ? checkOptions.profile : cleanOptions.profile)) {
         std::cerr << "tavrin: unknown profile '" << (*check ? checkOptions.profile : cleanOptions.profile)
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
