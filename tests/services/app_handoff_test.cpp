@@ -129,7 +129,7 @@ TEST_F(AppHandoffTest, openURLHandsTheLinkOverAndCleansNothingItselfUnlessToldTo
 
     EXPECT_EQ(waitFor(spawnWith({bin, "open-url", url}, env)), 0);
     EXPECT_EQ(links(), std::vector<std::string>{url});
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
         EXPECT_EQ(entry.path().filename().string().find("_cleaned"), std::string::npos) << entry.path();
 
     EXPECT_EQ(waitFor(spawnWith({bin, "open-url", "--here", url}, env)), 0);
