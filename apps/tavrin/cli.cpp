@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "handoff_commands.h"
 #include "pdf_commands.h"
+#include "queue_commands.h"
 #include "store_commands.h"
 #include "model/cleaning_profile.h"
 
@@ -79,6 +80,7 @@ int run(int argc, char** argv) {
 
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
+    QueueCommands queueCommands(app, storeOptions);
     HandoffCommands handoff(app);
 
     try {
@@ -100,6 +102,7 @@ int run(int argc, char** argv) {
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
         return kUsage;
     }
+    if (auto status = queueCommands.runIfChosen()) return *status;
     if (auto status = runStoreCommands(storeOptions)) return *status;
     if (*pdf) {
         const auto& options = *addPassword ? addOptions : removeOptions;

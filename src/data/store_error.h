@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "model/file_access_error.h"
+
 namespace tavrin {
 
 class StoreError : public std::exception {
@@ -37,29 +39,6 @@ private:
     Case case_;
     std::filesystem::path path_;
     std::string reason_;
-    std::string text_;
-};
-
-// The stand-in for the platform's file errors that records and the container raise.
-class FileAccessError : public std::exception {
-public:
-    enum class Case {
-        fileWriteFileExists,   // something that is no directory is in the way
-        fileReadNoPermission,  // the user's file cannot be reached
-    };
-
-    static FileAccessError fileWriteFileExists(const std::filesystem::path& path);
-    static FileAccessError fileReadNoPermission(const std::filesystem::path& path);
-
-    Case errorCase() const { return case_; }
-    const std::filesystem::path& path() const { return path_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    FileAccessError(Case c, std::filesystem::path path);
-    Case case_;
-    std::filesystem::path path_;
     std::string text_;
 };
 
