@@ -383,6 +383,12 @@ QueueRecoverySummary QueueService::recoverInterruptedRun() {
         if (!folder.filename().string().starts_with(ProcessingService::outputDirectoryPrefix)) continue;
         std::error_code inner;
         if (!it->is_directory(inner) || it->is_symlink(inner)) continue;
+        // A run makes its output folder before the writer writes: a folder still empty is one
+        // the dead run was working in (no run is alive while this recovery holds the lock).
+        if (stdfs::is_empty(folder, inner) && !inner) {
+            strays.push_back(folder);
+            continue;
+        }
         std::size_t looked = 0;
         for (stdfs::directory_iterator entry(folder, inner), entryEnd; !inner && entry != entryEnd && looked < 64;
              entry.increment(inner), ++looked) {
