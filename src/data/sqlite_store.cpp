@@ -56,6 +56,8 @@ public:
     std::int64_t fetchCount(const TableSpec& table, const FetchRequest& request) override;
     void commit(const std::vector<StoreChange>& changes) override;
     std::string location() const override { return location_.string(); }
+    bool updateIfEqual(const TableSpec& table, const std::string& id, std::size_t column, const StoreValue& expected,
+                       const StoreValue& value) override;
 
 private:
     [[noreturn]] void fail(const SQLite::Exception& e, bool opening) const;
@@ -324,6 +326,22 @@ void SQLiteStore::commit(const std::vector<StoreChange>& changes) {
             }
         }
         transaction.commit();
+    } catch (const SQLite::Exception& e) {
+        fail(e, false);
+    }
+}
+
+bool SQLiteStore::updateIfEqual(const TableSpec& table, const std::string& id, std::size_t column,
+                                const StoreValue& expected, const StoreValue& value) {
+    std::lock_guard lock(mutex_);
+    try {
+        const std::string name = sqlName(table.columns.at(column).name);
+        auto& s = statement(fmt::format("UPDATE {} SET {} = ? WHERE \"id\" = ? AND {} IS ?", sqlName(table.name), name, name));
+        bind(s, 1, value);
+        s.bind(2, id);
+        bind(s, 3, expected);
+        const int changed = s.exec();
+        return changed > 0;
     } catch (const SQLite::Exception& e) {
         fail(e, false);
     }
