@@ -228,7 +228,7 @@ int runProcess(const QueueCommandOptions& o) {
             return;
         }
         if (bar) std::cerr << "\r" << std::string(48, ' ') << "\r";
-        printCleanLine(std::cout, report);
+        printCleanLine(std::cout, std::cerr, report);
         std::cout.flush();
         if (bar) {
             const std::int64_t width = 30;

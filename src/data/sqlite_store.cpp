@@ -1,5 +1,8 @@
 #include "data/sqlite_store.h"
 
+#include <chrono>
+#include <thread>
+
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -78,6 +81,25 @@ private:
     std::map<const TableSpec*, SQLite::Statement*> insertStatements_;
 };
 
+namespace {
+
+template <typename Step>
+void retryWhileBusy(Step&& step) {
+    const auto deadline = std::chrono::steady_clock::now() + kStoreBusyTimeout;
+    for (;;) {
+        try {
+            step();
+            return;
+        } catch (const SQLite::Exception& e) {
+            const int code = e.getErrorCode() & 0xff;
+            if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() >= deadline) throw;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+}  // namespace
+
 SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configuration)
     : location_(configuration.isStoredInMemoryOnly ? std::filesystem::path(":memory:") : configuration.url),
       inMemory_(configuration.isStoredInMemoryOnly) {
@@ -105,12 +127,16 @@ SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configu
             SQLITE_OK)
             throw SQLite::Exception(db_->getHandle(), SQLITE_ERROR);
         db_->exec("PRAGMA foreign_keys = ON");
-        if (!inMemory_) {
+        // Two processes opening a new store at once can meet where SQLite answers "busy" without
+        // waiting (a reader that must become the writer): such steps are tried again within the
+        // busy time-out.
+        retryWhileBusy([&] {
+            if (inMemory_) return;
             const std::string mode = db_->execAndGet("PRAGMA journal_mode = WAL").getString();
             if (mode != "wal") throw StoreError::cannotOpen(location_, "the store refused write-ahead logging");
-        }
+        });
         db_->exec("PRAGMA synchronous = FULL");
-        prepareSchema(schema);
+        retryWhileBusy([&] { prepareSchema(schema); });
     } catch (const SQLite::Exception& e) {
         fail(e, true);
     }

@@ -1,11 +1,16 @@
 #include "services/processing_service.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <mutex>
 
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
+#include "model/temporary_directories.h"
 #include "model/temporary_file.h"
+#include "model/uuid.h"
 #include "pipeline/batch_runner.h"
 
 namespace tavrin {
@@ -27,7 +32,15 @@ ProcessingService::ProcessingService(int concurrencyLimit, std::shared_ptr<const
     : concurrencyLimit_(std::clamp(concurrencyLimit, minConcurrency, maxConcurrency)), engine_(std::move(engine)) {}
 
 CleaningResult ProcessingService::processFile(const std::filesystem::path& at, const CleaningProfile& profile) const {
-    const auto directory = TemporaryFile::makeTemporaryDirectory(outputDirectoryPrefix);
+    // Not a claimed temporary folder: the output outlives this process, until the queue exports
+    // or removes it.
+    const auto directory =
+        temporaries::root() / fmt::format("{}_{}", outputDirectoryPrefix, Uuid::random().uuidString());
+    std::error_code ec;
+    if (!std::filesystem::create_directory(directory, ec) || ec)
+        throw FileSystemError(fmt::format("Cannot create a temporary folder: {}", ec ? ec.message() : "it exists"),
+                              ec ? ec.value() : EEXIST);
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, ec);
     try {
         return engine_->clean(at, profile, directory);
     } catch (...) {
