@@ -3,7 +3,10 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <sys/stat.h>
+
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 
 #include "model/file_system.h"
@@ -36,11 +39,9 @@ CleaningResult ProcessingService::processFile(const std::filesystem::path& at, c
     // or removes it.
     const auto directory =
         temporaries::root() / fmt::format("{}_{}", outputDirectoryPrefix, Uuid::random().uuidString());
-    std::error_code ec;
-    if (!std::filesystem::create_directory(directory, ec) || ec)
-        throw FileSystemError(fmt::format("Cannot create a temporary folder: {}", ec ? ec.message() : "it exists"),
-                              ec ? ec.value() : EEXIST);
-    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, ec);
+    // Made private at once (0700): the cleaned copy of a user's file goes in it.
+    if (::mkdir(directory.c_str(), 0700) != 0)
+        throw FileSystemError(fmt::format("Cannot create a temporary folder: {}", std::strerror(errno)), errno);
     try {
         return engine_->clean(at, profile, directory);
     } catch (...) {
