@@ -188,7 +188,7 @@ void QueuedFile::assignStored(QueuedFile other) {
 }
 
 const TableSpec& QueuedFile::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "QueuedFile",
         {
             {"id", ColumnKind::text},
@@ -227,7 +227,7 @@ const TableSpec& QueuedFile::table() {
         RecordCodec<QueuedFile>::fromRow,
         RecordCodec<QueuedFile>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow QueuedFile::toRow() const {
