@@ -60,7 +60,10 @@ std::vector<InputFile> expandInputPaths(const std::vector<std::filesystem::path>
 std::filesystem::path reserveOutputPath(const std::filesystem::path& source,
                                         const std::optional<std::filesystem::path>& directory,
                                         std::set<std::filesystem::path>& reserved) {
-    const auto base = TavrinEngine::cleanedFileURL(source, directory);
+    return reserveUniquePath(TavrinEngine::cleanedFileURL(source, directory), reserved);
+}
+
+std::filesystem::path reserveUniquePath(const std::filesystem::path& base, std::set<std::filesystem::path>& reserved) {
     auto candidate = base;
     for (int n = 2; fs::exists(candidate) || reserved.count(candidate); ++n)
         candidate = base.parent_path() / fmt::format("{} {}{}", base.stem().string(), n, base.extension().string());

@@ -18,6 +18,10 @@ struct InputFile {
 // links and skipping hidden entries. A missing path becomes an entry with an error.
 std::vector<InputFile> expandInputPaths(const std::vector<std::filesystem::path>& paths);
 
+// `wanted`, or with " 2", " 3", … before the extension when that name is taken on disk or
+// already reserved by an earlier file of this run.
+std::filesystem::path reserveUniquePath(const std::filesystem::path& wanted, std::set<std::filesystem::path>& reserved);
+
 // The cleaned-copy name for `source`, with " 2", " 3", … before the extension when the name is
 // taken on disk or already reserved by an earlier file of this run.
 std::filesystem::path reserveOutputPath(const std::filesystem::path& source,

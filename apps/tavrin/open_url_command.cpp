@@ -89,10 +89,12 @@ int CommandLineURLHandler::clean(const CleanRequest& request, const std::vector<
     }
     std::size_t failed = rejected.size();
     std::set<std::filesystem::path> reserved;
+    const CleanCopySuffix suffix = directory ? CleanCopySuffix() : copySuffix();
     for (const auto& source : request.fileURLs) {
         FileReport report;
         report.sourcePath = source;
-        report.outputPath = reserveOutputPath(source, directory, reserved);
+        report.outputPath = directory ? reserveOutputPath(source, directory, reserved)
+                                      : reserveUniquePath(CleanCopyNaming::defaultCopyURL(source, suffix), reserved);
         try {
             if (report.outputPath->lexically_normal() == source.lexically_normal())
                 throw PipelineError::outputDirectoryNotAccessible(*report.outputPath);

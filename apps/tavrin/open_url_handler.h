@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "data/clean_copy_naming.h"
 #include "handoff/url_dispatch.h"
 
 namespace tavrin {
@@ -29,6 +30,11 @@ public:
     // place. An unknown preset cleans with maximum-privacy.
     int clean(const CleanRequest& request, const std::vector<RejectedFile>& rejected) override;
     int unrecognized(std::string_view url, std::string_view why) override;
+
+protected:
+    // The suffix of copies written beside their files: the settings' one where there are
+    // settings.
+    virtual CleanCopySuffix copySuffix() { return CleanCopySuffix(); }
 
 private:
     const TavrinEngine& engine();

@@ -28,4 +28,15 @@ int QueueURLHandler::enqueue(const AdmittedFiles& files) {
     }
 }
 
+CleanCopySuffix QueueURLHandler::copySuffix() {
+    try {
+        auto session = QueueSession::open(std::nullopt);
+        const auto settings = session->import->currentSettings();
+        return settings ? settings->copySuffix() : CleanCopySuffix();
+    } catch (const std::exception& e) {
+        std::cerr << "tavrin: the settings cannot be read (" << e.what() << "); copies take the suffix -clean\n";
+        return CleanCopySuffix();
+    }
+}
+
 }  // namespace tavrin::cli

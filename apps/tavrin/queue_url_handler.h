@@ -9,6 +9,11 @@ namespace tavrin::cli {
 class QueueURLHandler : public CommandLineURLHandler {
 public:
     int enqueue(const AdmittedFiles& files) override;
+
+protected:
+    // The suffix of the settings in the user's store; the default one when the store cannot be
+    // read.
+    CleanCopySuffix copySuffix() override;
 };
 
 }  // namespace tavrin::cli

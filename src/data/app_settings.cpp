@@ -129,6 +129,10 @@ PreferredEmailClient AppSettings::preferredEmailClient() const {
     return preferredEmailClientFromRawValue(preferredEmailClientRaw).value_or(PreferredEmailClient::other);
 }
 void AppSettings::setPreferredEmailClient(PreferredEmailClient client) { preferredEmailClientRaw = rawValue(client); }
+CleanCopySuffix AppSettings::copySuffix() const {
+    return CleanCopySuffix::resolved(cleanCopySuffixTokenRaw, cleanCopyCustomSuffix);
+}
+
 CleanOutputMode AppSettings::cleanOutputMode() const {
     return cleanOutputModeFromRawValue(cleanOutputModeRaw).value_or(CleanOutputMode::copy);
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "data/clean_copy_naming.h"
+
 #include "data/store.h"
 #include "model/uuid.h"
 
@@ -94,6 +96,8 @@ struct AppSettings {
     CleanOutputMode cleanOutputMode() const;  // fall-back `copy`
     void setCleanOutputMode(CleanOutputMode mode);
     CleanCopySuffixKind cleanCopySuffix() const;  // fall-back `clean`
+    // The suffix cleaned copies beside their originals take, custom text included.
+    CleanCopySuffix copySuffix() const;
     void setCleanCopySuffix(CleanCopySuffixKind kind);
     // Read as stored, unclamped; written clamped to 1 through 8.
     std::int64_t maxConcurrentProcessing() const { return maxConcurrentProcessingValue; }

@@ -25,12 +25,16 @@ struct Run {
     std::string out;
 };
 
-Run openURL(const std::string& arguments) {
+// The program, with a store (and settings) of the test's own, never the user's.
+std::string tavrin() {
+    static const testing::TempDir data;
     const char* bin = std::getenv("TAVRIN_BIN");
+    return "XDG_DATA_HOME=" + shellQuote(data.path().string()) + " " + std::string(bin ? bin : "build/bin/tavrin");
+}
+
+Run openURL(const std::string& arguments) {
     Run run;
-    run.status = testing::runCommand(std::string(bin ? bin : "build/bin/tavrin") + " open-url " + arguments +
-                                         " 2>&1 </dev/null",
-                                     &run.out);
+    run.status = testing::runCommand(tavrin() + " open-url " + arguments + " 2>&1 </dev/null", &run.out);
     return run;
 }
 
@@ -61,12 +65,38 @@ TEST_F(OpenURLCommand, cleanWritesNumberedCopiesBesideAndNeverTheSource) {
     const auto link = TavrinURL::cleanURL({photo}, std::nullopt, false).value();
     auto run = openURL(url(link));
     EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(fsys::exists(dir / "photo_cleaned.jpg"));
+    EXPECT_TRUE(fsys::exists(dir / "photo-clean.jpg"));
     run = openURL(url(link));
     EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(fsys::exists(dir / "photo_cleaned 2.jpg"));
+    EXPECT_TRUE(fsys::exists(dir / "photo-clean 2.jpg"));
     EXPECT_EQ(readFile(photo), original);
-    EXPECT_NE(readFile(dir / "photo_cleaned.jpg"), original);
+    EXPECT_NE(readFile(dir / "photo-clean.jpg"), original);
+}
+
+TEST_F(OpenURLCommand, cleanCopiesTakeTheSuffixOfTheSettings) {
+    const auto link = url(TavrinURL::cleanURL({photo}, std::nullopt, false).value());
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> settings;
+        std::string expected;
+    };
+    const std::vector<Case> cases{
+        {{{"cleanCopySuffix", "final"}}, "photo-final.jpg"},
+        {{{"cleanCopySuffix", "custom"}, {"cleanCopyCustomSuffix", " (shared) "}}, "photo(shared).jpg"},  // trimmed
+        {{{"cleanCopyCustomSuffix", "/:"}}, "photo-clean.jpg"},  // nothing left after sanitising
+        // The output mode does not make a link clean in place.
+        {{{"cleanCopySuffix", "clean"}, {"cleanOutputMode", "inPlace"}}, "photo-clean 2.jpg"},
+    };
+    const auto original = readFile(photo);
+    for (const auto& c : cases) {
+        for (const auto& [key, value] : c.settings)
+            ASSERT_EQ(testing::runCommand(tavrin() + " settings set " + key + " " + shellQuote(value) + " >/dev/null"), 0)
+                << key;
+        const auto run = openURL(link);
+        EXPECT_EQ(run.status, 0) << run.out;
+        EXPECT_TRUE(fsys::exists(dir / c.expected)) << c.expected << ": " << run.out;
+        EXPECT_EQ(readFile(photo), original);
+    }
+    ASSERT_EQ(testing::runCommand(tavrin() + " settings set cleanOutputMode copy >/dev/null"), 0);
 }
 
 TEST_F(OpenURLCommand, unknownPresetCleansWithMaximumPrivacy) {
@@ -74,7 +104,7 @@ TEST_F(OpenURLCommand, unknownPresetCleansWithMaximumPrivacy) {
     const auto run = openURL(url(link));
     EXPECT_EQ(run.status, 0) << run.out;
     EXPECT_NE(run.out.find("Unknown preset \"rm -rf /\": cleaning with maximum-privacy."), std::string::npos) << run.out;
-    EXPECT_TRUE(fsys::exists(dir / "photo_cleaned.jpg"));
+    EXPECT_TRUE(fsys::exists(dir / "photo-clean.jpg"));
 }
 
 TEST_F(OpenURLCommand, shareCleansIntoATemporaryFolderOnly) {
@@ -146,14 +176,14 @@ TEST_F(OpenURLCommand, enqueueAddsTheFileToTheUsersQueueAndChangesNothingBesideI
     EXPECT_EQ(testing::runCommand(tavrin + " queue list --json", &out), 0);
     EXPECT_NE(out.find("\"staged\""), std::string::npos) << out;
     EXPECT_TRUE(fsys::exists(photo));
-    EXPECT_FALSE(fsys::exists(dir / "photo_cleaned.jpg"));
+    EXPECT_FALSE(fsys::exists(dir / "photo-clean.jpg"));
 }
 
 TEST_F(OpenURLCommand, dotDotResolvesToTheFileItNamesAndNoOther) {
     const auto run = openURL(url("tavrin://clean?file=" + dir.path().string() + "/sub/../photo.jpg"));
     EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(fsys::exists(dir / "photo_cleaned.jpg"));
-    EXPECT_FALSE(fsys::exists(dir / "sub/photo_cleaned.jpg"));
+    EXPECT_TRUE(fsys::exists(dir / "photo-clean.jpg"));
+    EXPECT_FALSE(fsys::exists(dir / "sub/photo-clean.jpg"));
 }
 
 TEST_F(OpenURLCommand, menuEntryTakesAHostileFileNameAsOneArgument) {
@@ -161,7 +191,7 @@ TEST_F(OpenURLCommand, menuEntryTakesAHostileFileNameAsOneArgument) {
     fsys::copy_file(photo, hostile);
     const auto run = openURL("--menu clean:location-only -- " + shellQuote(hostile.string()));
     EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(fsys::exists(dir / "a'b\"c;rm -rf ~ $(x)_cleaned.jpg"));
+    EXPECT_TRUE(fsys::exists(dir / "a'b\"c;rm -rf ~ $(x)-clean.jpg"));
     EXPECT_EQ(openURL("--menu clean:nonsense -- " + shellQuote(hostile.string())).status, 2);
 }
 

@@ -82,17 +82,18 @@ TEST_F(AppHandoffTest, openURLHandsTheLinkOverAndCleansNothingItselfUnlessToldTo
     const auto photo = dir / "photo.jpg";
     std::filesystem::copy_file(std::filesystem::path(TAVRIN_SOURCE_DIR) / "samples/files/beach-photo.jpg", photo);
     const std::string url = "tavrin://clean?file=" + photo.string();
-    const std::vector<std::string> env = {"DBUS_SESSION_BUS_ADDRESS=" + address};
+    testing::TempDir data;  // the settings the copies' suffix comes from
+    const std::vector<std::string> env = {"DBUS_SESSION_BUS_ADDRESS=" + address, "XDG_DATA_HOME=" + data.path().string()};
     startApp();
 
     EXPECT_EQ(testing::waitForProcess(testing::spawnProcess({bin, "open-url", url}, env)), 0);
     EXPECT_EQ(links(), std::vector<std::string>{url});
     for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
-        EXPECT_EQ(entry.path().filename().string().find("_cleaned"), std::string::npos) << entry.path();
+        EXPECT_EQ(entry.path().filename().string().find("-clean"), std::string::npos) << entry.path();
 
     EXPECT_EQ(testing::waitForProcess(testing::spawnProcess({bin, "open-url", "--here", url}, env)), 0);
     EXPECT_EQ(links().size(), 1u);
-    EXPECT_TRUE(std::filesystem::exists(dir / "photo_cleaned.jpg"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "photo-clean.jpg"));
 }
 
 }  // namespace
