@@ -174,3 +174,12 @@ done
 read -r secs peak <<<"$(measure "$tavrin" inspect "$movie")"
 printf '  %-28s %8s ms (best of 5, start-up included) %8s MB peak\n' "inspect 2 GB movie" "$best" "$peak"
 rm -f "$movie"
+
+echo
+echo "Service layer (expansion, staging, a batch through the processing service vs tavrin clean)"
+if [ -x "$build/bin/tavrin-services-bench" ]; then
+  "$build/bin/tavrin-services-bench" "$work/services" "$small" "$tavrin" 500 | sed 's/^/  /'
+fi
+echo
+echo "Store (open, recently cleaned of 100,000, a 2,000-file insert)"
+"$build/bin/tavrin-store-bench" "$work/store" | tail -n +2

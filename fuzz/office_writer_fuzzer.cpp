@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (accepted) {
         const Archive archive(output, Archive::AccessMode::read);
-        if (!OfficeMetadataWriter::packageStructureIsConsistent(archive)) std::abort();
+        if (OfficeMetadataWriter::packageInconsistency(archive)) std::abort();
     }
     return 0;
 }

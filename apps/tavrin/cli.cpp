@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "handoff_commands.h"
 #include "pdf_commands.h"
+#include "store_commands.h"
 #include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
@@ -77,6 +78,8 @@ int run(int argc, char** argv) {
     removePassword->add_option("OUT", removeOptions.output, "Where to write the open copy (must not exist)")->required();
 
     HandoffCommands handoff(app);
+    StoreCommandOptions storeOptions;
+    addStoreCommands(app, storeOptions);
 
     try {
         app.parse(argc, argv);
@@ -97,6 +100,7 @@ int run(int argc, char** argv) {
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
         return kUsage;
     }
+    if (auto status = runStoreCommands(storeOptions)) return *status;
     if (*pdf) {
         const auto& options = *addPassword ? addOptions : removeOptions;
         if (!CleaningProfile::isPresetName(options.profile)) {

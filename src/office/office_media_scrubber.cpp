@@ -68,12 +68,13 @@ bool OfficeMediaScrubber::isEmbeddedMedia(std::string_view path, std::span<const
 }
 
 bool OfficeMediaScrubber::profileTargetsImageMetadata(const CleaningProfile& profile) {
+    // Image keys are named as the writer's "imageio.GPS.Latitude" or bare, "GPS.Latitude".
     constexpr std::string_view imageIOPrefix = "imageio.";
     for (const auto& key : profile.specificKeysToRemove) {
-        if (!startsWith(key, imageIOPrefix)) continue;
-        const std::string_view rest = std::string_view(key).substr(imageIOPrefix.size());
+        std::string_view rest = key;
+        if (startsWith(rest, imageIOPrefix)) rest.remove_prefix(imageIOPrefix.size());
         for (const auto& prefix : imageMetadataSourcePrefixes())
-            if (startsWith(rest, prefix)) return true;
+            if (startsWith(rest, prefix) && (rest.size() == prefix.size() || rest[prefix.size()] == '.')) return true;
     }
     return false;
 }

@@ -1,4 +1,5 @@
 #include "office/office_metadata_reader.h"
+#include "office/office_package_check.h"
 
 #include <charconv>
 
@@ -48,6 +49,8 @@ constexpr PropertyRow appRows[] = {
     {"Company", "App.Company", "Company", C::companyInfo},
     {"Manager", "App.Manager", "Manager", C::companyInfo},
     {"Template", "App.Template", "Template", C::softwareInfo},
+    // A folder or address on the author's machine, such as "C:\\Users\\jane\\Documents\\".
+    {"HyperlinkBase", "App.HyperlinkBase", "Hyperlink Base", C::authorIdentity},
     {"TotalTime", "App.TotalTime", "Total Editing Time (minutes)", C::documentHistory},
     {"Pages", "App.Pages", "Page Count", C::documentHistory, false, false},
     {"Words", "App.Words", "Word Count", C::documentHistory, false, false},
@@ -181,6 +184,7 @@ std::string OfficeMetadataReaderError::description() const {
     switch (case_) {
         case Case::cannotOpenArchive: return "Unable to open Office document as ZIP archive";
         case Case::xmlParsingFailed: return "Failed to parse " + part_ + ": " + reason_;
+        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + reason_ + ")";
     }
     return "";
 }
@@ -227,6 +231,9 @@ MetadataTree OfficeMetadataReader::readMetadata(const std::filesystem::path& url
     } catch (const ArchiveError&) {
         throw PipelineError::readFailed(url, std::make_exception_ptr(OfficeMetadataReaderError::cannotOpenArchive()));
     }
+    // An OpenDocument file renamed ".docx" is a ZIP too, and would read as one without metadata.
+    if (auto reason = OfficePackageCheck::notAnOfficePackage(*archive, false))
+        throw OfficeMetadataReaderError::notAnOfficePackage(*reason);
     using Parser = std::vector<MetadataItem> (*)(std::span<const std::uint8_t>);
     const Parser parsers[] = {&parseCoreXML, &parseAppXML, &parseCustomXML};
     std::vector<MetadataItem> items;

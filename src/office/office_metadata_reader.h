@@ -16,8 +16,12 @@ namespace tavrin {
 
 class OfficeMetadataReaderError : public std::exception {
 public:
-    enum class Case { cannotOpenArchive, xmlParsingFailed };
+    enum class Case { cannotOpenArchive, xmlParsingFailed, notAnOfficePackage };
     static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
+    // A ZIP of another kind under an Office extension; `reason` says what it is or lacks.
+    static OfficeMetadataReaderError notAnOfficePackage(std::string reason) {
+        return OfficeMetadataReaderError(Case::notAnOfficePackage, "", std::move(reason));
+    }
     static OfficeMetadataReaderError xmlParsingFailed(std::string part, std::string reason) {
         return OfficeMetadataReaderError(Case::xmlParsingFailed, std::move(part), std::move(reason));
     }

@@ -1,29 +1,15 @@
 #include "office/office_metadata_writer.h"
 
-#include <algorithm>
 #include <chrono>
-#include <map>
 #include <optional>
-#include <vector>
 
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
-#include "image/image_metadata_reader.h"
-#include "image/image_metadata_writer.h"
-#include "office/office_dropped_parts.h"
 #include "office/office_hidden_content_detector.h"
-#include "office/office_hidden_content_scrubber.h"
-#include "office/office_media_scrubber.h"
-#include "office/office_metadata_reader.h"
+#include "office/office_output_verifier.h"
 #include "office/office_package.h"
-#include "office/office_part_classifier.h"
-#include "office/office_part_text.h"
-#include "office/office_property_scrubber.h"
-#include "office/office_residue_verifier.h"
-#include "office/office_text_encoding.h"
-#include "office/office_xml_document.h"
-#include "office/office_xml_scrubber.h"
-#include "office/office_xml_scrubber_support.h"
+#include "office/office_package_check.h"
+#include "office/office_package_cleaner.h"
 #include "zip/archive.h"
 
 namespace tavrin {
@@ -32,495 +18,15 @@ std::string OfficeWriterError::description() const {
     switch (case_) {
         case Case::satelliteDecodeFailed:
             return "OPC satellite file '" + path_ + "' could not be decoded; dangling relationship cleanup aborted";
+        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + path_ + ")";
     }
     return {};
 }
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
-Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
-
-// All working state of one cleaning.
-struct Accumulator {
-    std::vector<MetadataItem> removedItems;
-    std::vector<MetadataItem> retainedItems;
-    std::vector<CleaningWarning> warnings;
-    bool hadUnscrubbablePart = false;
-
-    void fail(const std::string& path, std::string message) {
-        hadUnscrubbablePart = true;
-        warnings.push_back({path, std::move(message)});
-    }
-    void recordRemoval(const std::string& path, std::string displayName, MetadataCategory category) {
-        removedItems.push_back({"office." + path, path, std::move(displayName), MetadataValue::string(path), category,
-                                MetadataSource::zipXML, true});
-    }
-};
-
-// What the profile asks of a package, worked out once.
-struct Switches {
-    bool removeComments, removeThumbnails, removeHidden, removeIdentity, removeHistory, removeTimes;
-    explicit Switches(const CleaningProfile& profile) {
-        auto has = [&](MetadataCategory c) { return profile.categoriesToRemove.count(c) > 0; };
-        removeComments = has(MetadataCategory::commentsAnnotations);
-        removeThumbnails = has(MetadataCategory::thumbnails);
-        removeHidden = has(MetadataCategory::hiddenContent);
-        removeIdentity = has(MetadataCategory::authorIdentity);
-        removeHistory = has(MetadataCategory::documentHistory);
-        removeTimes = has(MetadataCategory::timestamps);
-    }
-    bool touchesMarkup() const { return removeIdentity || removeHistory || removeComments || removeTimes; }
-};
-
-bool isThumbnailPath(const std::string& lower) { return startsWith(lower, "docprops/thumbnail."); }
-bool isSatellitePath(const std::string& lower) { return endsWith(lower, ".rels") || lower == "[content_types].xml"; }
-
-// One package cleaning: the walk over the source, the transforms, and what it records.
-// The extended properties without their lists of part titles (sheet names, slide titles) and
-// the heading pairs that count them; nothing when the text does not parse.
-std::optional<std::string> withoutPartTitles(const std::string& xml) {
-    auto document = scrubbing::parsedPartText(xml);
-    if (!document || !document->rootElement()) return std::nullopt;
-    std::vector<XMLNode> doomed;
-    for (const auto& child : document->rootElement()->children())
-        if (child.kind() == XMLNode::Kind::element &&
-            (child.localName() == "TitlesOfParts" || child.localName() == "HeadingPairs"))
-            doomed.push_back(child);
-    if (doomed.empty()) return xml;
-    for (auto& node : doomed) node.detach();
-    return scrubbing::serializedPartText(*document);
-}
-
-class PackageCleaner {
-public:
-    PackageCleaner(const Archive& source, Archive& destination, const CleaningProfile& profile, Accumulator& accumulator)
-        : source_(source), destination_(destination), profile_(profile), switches_(profile), acc_(accumulator) {}
-
-    void run() {
-        if (switches_.removeComments) vanishStyleIDs_ = OfficeXMLScrubber::vanishStyleIDs(partText(source_, "word/styles.xml"));
-        if (switches_.removeHidden) {
-            for (const auto& path : OfficeHiddenContentDetector::pathsToRemove(source_)) hiddenPaths_.insert(lowerCasedPath(path));
-            recordHiddenRowColumnFindings();
-            recordDetectOnlyLatentFindings();
-        }
-        // Which parts leave the package depends on their paths alone, so the whole set is known
-        // before anything is written; relationships and overrides that would name a dropped part
-        // are then cleared as their parts are copied, and no entry is ever rewritten.
-        for (const auto& entry : source_)
-            if (entry.type() == EntryType::file && dropRule(entry.path())) droppedPaths_.insert(entry.path());
-        // A dropped part takes its own relationships part with it, which would otherwise describe
-        // a part that is not there.
-        for (const auto& entry : source_) {
-            const std::string lower = lowerCasedPath(entry.path());
-            if (entry.type() != EntryType::file || !endsWith(lower, ".rels") || dropRule(entry.path())) continue;
-            if (const auto owner = ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
-                ownedRelationships_[lower] = *dropRule(*storedDroppedPath(*owner));
-                droppedPaths_.insert(entry.path());
-            }
-        }
-
-        const auto now = std::chrono::system_clock::now();
-        for (const auto& entry : source_) {
-            if (entry.type() != EntryType::file) continue;
-            const std::string& path = entry.path();
-            if (const auto rule = dropRule(path)) {
-                acc_.recordRemoval(path, rule->first, rule->second);
-                continue;
-            }
-            Bytes data = extractEntry(source_, entry);
-            const std::string lower = lowerCasedPath(path);
-            if (switches_.removeComments && OfficePartClassifier::isCommentRosterPart(path)) {
-                data = transformRosterPart(std::move(data), path);
-            } else {
-                if (switches_.removeHidden) data = scrubHiddenContent(std::move(data), path);
-                data = transform(std::move(data), path);
-            }
-            if (!droppedPaths_.empty() && isSatellitePath(lower)) data = withoutDanglingReferences(std::move(data), path);
-            write(path, data, now, entry.isCompressed());
-        }
-    }
-
-    const std::set<std::string>& droppedPaths() const { return droppedPaths_; }
-
-private:
-    // The display name and category of a part that leaves the package, or nothing.
-    std::optional<std::pair<std::string, MetadataCategory>> dropRule(const std::string& path) const {
-        const std::string lower = lowerCasedPath(path);
-        if (switches_.removeComments && OfficePartClassifier::isCommentContentPart(path))
-            return std::pair{std::string("Comments"), MetadataCategory::commentsAnnotations};
-        if (switches_.removeThumbnails && isThumbnailPath(lower))
-            return std::pair{std::string("Thumbnail"), MetadataCategory::thumbnails};
-        // In lower case: the notes part of a hidden slide is named by computation, not as stored.
-        if (switches_.removeHidden && hiddenPaths_.count(lower))
-            return std::pair{std::string("Hidden/Orphaned Part"), MetadataCategory::hiddenContent};
-        if (const auto owned = ownedRelationships_.find(lower); owned != ownedRelationships_.end()) return owned->second;
-        return std::nullopt;
-    }
-
-    // "word/_rels/header3.xml.rels" belongs to "word/header3.xml" (both lower-cased).
-    static std::optional<std::string> ownerOfRelationshipsPart(const std::string& lower) {
-        const auto slash = lower.rfind('/');
-        if (slash == std::string::npos) return std::nullopt;
-        const std::string folder = lower.substr(0, slash);
-        if (!(folder == "_rels" || endsWith(folder, "/_rels"))) return std::nullopt;
-        const std::string name = lower.substr(slash + 1, lower.size() - slash - 1 - std::string_view(".rels").size());
-        return folder.substr(0, folder.size() - std::string_view("_rels").size()) + name;
-    }
-
-    std::set<std::string> droppedLower() const {
-        std::set<std::string> out;
-        for (const auto& path : droppedPaths_) out.insert(lowerCasedPath(path));
-        return out;
-    }
-
-    std::optional<std::string> storedDroppedPath(const std::string& lower) const {
-        for (const auto& path : droppedPaths_)
-            if (lowerCasedPath(path) == lower) return path;
-        return std::nullopt;
-    }
-
-    void write(const std::string& path, const Bytes& data, std::chrono::system_clock::time_point now, bool compressed) {
-        destination_.addEntry(path, EntryType::file, static_cast<std::int64_t>(data.size()), now, std::nullopt,
-                              compressed ? CompressionMethod::deflate : CompressionMethod::none,
-                              Archive::defaultWriteChunkSize, nullptr, [&](std::int64_t position, std::size_t size) {
-                                  const auto from = static_cast<std::size_t>(position);
-                                  const auto to = std::min(data.size(), from + size);
-                                  return Bytes(data.begin() + static_cast<std::ptrdiff_t>(from),
-                                               data.begin() + static_cast<std::ptrdiff_t>(to));
-                              });
-    }
-
-    void recordHiddenRowColumnFindings() {
-        for (auto& item : OfficeHiddenContentDetector::detectHiddenRowsColumns(source_)) {
-            acc_.warnings.push_back({item.key, item.displayName + " (" + item.value.description() +
-                                                   ") — hidden rows/columns are preserved to protect formulas; review "
-                                                   "them in Excel before sharing"});
-            acc_.retainedItems.push_back(std::move(item));
-        }
-    }
-
-    void recordDetectOnlyLatentFindings() {
-        using D = OfficeHiddenContentDetector;
-        for (auto detect : {&D::detectEmbeddedOLEObjects, &D::detectCustomXMLParts, &D::detectVBAMacros,
-                            &D::detectOffSlideShapes, &D::detectConnections, &D::detectExternalLinks}) {
-            for (auto& item : detect(source_)) {
-                acc_.warnings.push_back({item.key, item.displayName + " (" + item.value.description() +
-                                                       ") — preserved because removal would break the document or "
-                                                       "its metadata cannot be verified; review it in the source app"});
-                acc_.retainedItems.push_back(std::move(item));
-            }
-        }
-    }
-
-    // Shared wrapper of the hidden-content scrubs: a part that does not decode or parse is a
-    // failure, and its bytes stay as they were.
-    template <typename Scrub>
-    Bytes rewriteHiddenPart(Bytes data, const std::string& path, Scrub scrub) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<std::pair<std::string, std::vector<std::string>>> result;
-        if (text) result = scrub(*text);
-        if (!result) {
-            acc_.fail(path, "Part could not be parsed for hidden-content scrubbing");
-            return data;
-        }
-        if (result->second.empty()) return data;
-        for (auto& label : result->second) acc_.recordRemoval(path, std::move(label), MetadataCategory::hiddenContent);
-        return bytesOf(result->first);
-    }
-
-    Bytes scrubHiddenContent(Bytes data, const std::string& path) {
-        using S = OfficeHiddenContentScrubber;
-        using Labelled = std::optional<std::pair<std::string, std::vector<std::string>>>;
-        const std::string lower = lowerCasedPath(path);
-        if (lower == "xl/workbook.xml") {
-            return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
-                auto out = S::scrubHiddenSheets(xml);
-                if (!out) return std::nullopt;
-                if (*out == xml) return std::pair{xml, std::vector<std::string>{}};
-                return std::pair{std::move(*out), std::vector<std::string>{"Hidden Worksheet"}};
-            });
-        }
-        if (lower == "ppt/presentation.xml") {
-            return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
-                auto out = S::scrubHiddenSlides(xml);
-                if (!out) return std::nullopt;
-                if (*out == xml) return std::pair{xml, std::vector<std::string>{}};
-                return std::pair{std::move(*out), std::vector<std::string>{"Hidden Slide"}};
-            });
-        }
-        if (lower == "word/document.xml") {
-            const bool evenAndOdd = OfficeHiddenContentDetector::evenAndOddHeadersEnabled(source_);
-            return rewriteHiddenPart(std::move(data), path, [&](const std::string& xml) -> Labelled {
-                auto out = S::scrubInactiveHeaderFooterReferences(xml, evenAndOdd);
-                if (!out) return std::nullopt;
-                std::vector<std::string> labels(static_cast<std::size_t>(out->removedCount),
-                                                "Inactive Header/Footer Reference");
-                return std::pair{std::move(out->xml), std::move(labels)};
-            });
-        }
-        if (lower == "word/settings.xml") {
-            return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
-                auto out = S::scrubLatentSettings(xml);
-                if (!out) return std::nullopt;
-                return std::pair{std::move(out->xml), std::move(out->removedLabels)};
-            });
-        }
-        if (startsWith(lower, "word/_rels/")) {
-            return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
-                auto out = S::scrubLatentRelationships(xml);
-                if (!out) return std::nullopt;
-                if (!out->removedAny) return std::pair{xml, std::vector<std::string>{}};
-                return std::pair{std::move(out->xml), std::vector<std::string>{"Latent Relationship"}};
-            });
-        }
-        if (startsWith(lower, "xl/worksheets/") && lower.find("/_rels/") == std::string::npos) {
-            const auto rIds = OfficeHiddenContentDetector::printerSettingsRIds(path, droppedPaths_, source_);
-            if (rIds.empty()) return data;
-            return rewriteHiddenPart(std::move(data), path, [&](const std::string& xml) -> Labelled {
-                auto out = S::scrubPrinterSettingsReferences(xml, rIds);
-                if (!out) return std::nullopt;
-                if (!out->removedAny) return std::pair{xml, std::vector<std::string>{}};
-                return std::pair{std::move(out->xml), std::vector<std::string>{"Printer Settings Reference"}};
-            });
-        }
-        return data;
-    }
-
-    bool xmlPartIsInScope(const std::string& path) const {
-        const std::string lower = lowerCasedPath(path);
-        if (lower == "docprops/core.xml" || lower == "docprops/app.xml" || lower == "docprops/custom.xml") return true;
-        if (!switches_.touchesMarkup()) return false;
-        if (lower == "xl/revisions/usernames.xml") return true;
-        // Comments and rosters outside the Word vocabulary name people too; left out of scope,
-        // a profile that removes authors would find them again in verification.
-        if (OfficePartClassifier::isCommentContentPart(path) || OfficePartClassifier::isCommentRosterPart(path)) return true;
-        if (startsWith(lower, "xl/revisions/") && endsWith(lower, ".xml")) return switches_.removeHistory;
-        if (startsWith(lower, "ppt/notesslides/") && endsWith(lower, ".xml")) return true;
-        return OfficePartClassifier::isWordMarkupPart(path);
-    }
-
-    Bytes transform(Bytes data, const std::string& path) {
-        if (OfficeMediaScrubber::isEmbeddedMedia(path, data)) return transformMedia(std::move(data), path);
-        const std::string lower = lowerCasedPath(path);
-        if (!endsWith(lower, ".xml")) return data;
-        if (!xmlPartIsInScope(path)) return data;
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        if (!text) {
-            acc_.fail(path, "XML part could not be decoded for scrubbing");
-            return data;
-        }
-        if (OfficePartClassifier::isCommentContentPart(path) || OfficePartClassifier::isCommentRosterPart(path) ||
-            lower == "xl/revisions/usernames.xml")
-            return transformIdentityPart(std::move(data), *text, path, "Comment/author part could not be parsed for scrubbing",
-                                         "Comment Author");
-        if (startsWith(lower, "xl/revisions/")) {
-            return applyScrub(std::move(data), path, OfficeXMLScrubber::emptiedRevisionPart(*text),
-                              "Excel revision part could not be parsed for scrubbing", "Excel Revision History",
-                              MetadataCategory::documentHistory);
-        }
-        if (startsWith(lower, "ppt/notesslides/")) {
-            return applyScrub(std::move(data), path, OfficeXMLScrubber::scrubGenericOfficePart(*text, profile_, false),
-                              "Office content part could not be parsed for scrubbing");
-        }
-        if (lower == "docprops/core.xml" || lower == "docprops/app.xml" || lower == "docprops/custom.xml")
-            return transformProperties(std::move(data), *text, path, lower);
-        if (!OfficePartClassifier::isWordMarkupPart(path)) return data;
-        return applyScrub(std::move(data), path, OfficeXMLScrubber::scrubWordPart(*text, profile_, vanishStyleIDs_),
-                          "WordprocessingML part could not be parsed for scrubbing");
-    }
-
-    // A scrubber's answer turned into bytes: a refusal fails the part and keeps its bytes.
-    Bytes applyScrub(Bytes data, const std::string& path, std::optional<std::string> scrubbed,
-                     const std::string& failure, std::string itemName = {},
-                     MetadataCategory category = MetadataCategory::authorIdentity) {
-        if (!scrubbed) {
-            acc_.fail(path, failure);
-            return data;
-        }
-        if (!itemName.empty()) acc_.recordRemoval(path, std::move(itemName), category);
-        return bytesOf(*scrubbed);
-    }
-
-    Bytes transformIdentityPart(Bytes data, const std::string& text, const std::string& path, const std::string& failure,
-                                std::string itemName) {
-        return applyScrub(std::move(data), path,
-                          OfficeXMLScrubber::scrubIdentityFields(text, switches_.removeIdentity, switches_.removeTimes),
-                          failure, std::move(itemName), MetadataCategory::authorIdentity);
-    }
-
-    Bytes transformRosterPart(Bytes data, const std::string& path) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        if (!text) {
-            acc_.fail(path, "Roster part could not be decoded for scrubbing");
-            return data;
-        }
-        // A roster exists to name people: with comments gone it is blanked whatever else the
-        // profile keeps.
-        return applyScrub(std::move(data), path, OfficeXMLScrubber::scrubIdentityFields(*text, true, switches_.removeTimes),
-                          "Roster part could not be parsed for scrubbing", "Comment Author Roster",
-                          MetadataCategory::authorIdentity);
-    }
-
-    Bytes transformProperties(Bytes data, const std::string& text, const std::string& path, const std::string& lower) {
-        std::optional<OfficePropertyScrubber::Result> result;
-        if (lower == "docprops/core.xml")
-            result = OfficePropertyScrubber::scrubProperties(text, profile_, OfficePropertyScrubber::coreMappings());
-        else if (lower == "docprops/app.xml")
-            result = OfficePropertyScrubber::scrubProperties(text, profile_, OfficePropertyScrubber::appMappings());
-        else
-            result = OfficePropertyScrubber::scrubCustom(text, profile_);
-        if (!result) {
-            acc_.fail(path, "Property part could not be parsed for scrubbing");
-            return data;
-        }
-        bool removedAny = !result->removed.empty();
-        if (lower == "docprops/app.xml" && switches_.removeHidden && !hiddenPaths_.empty()) {
-            // The part lists every sheet's name and slide's title; with hidden ones dropped it
-            // would still name them. Office rebuilds both lists when it next saves.
-            auto withoutTitles = withoutPartTitles(result->xml);
-            if (!withoutTitles) {
-                acc_.fail(path, "Property part could not be parsed for scrubbing");
-                return data;
-            }
-            if (*withoutTitles != result->xml) {
-                result->xml = std::move(*withoutTitles);
-                acc_.recordRemoval(path, "Titles of Parts", MetadataCategory::hiddenContent);
-                removedAny = true;
-            }
-        }
-        for (auto& item : result->removed) acc_.removedItems.push_back(std::move(item));
-        for (auto& item : result->retained) acc_.retainedItems.push_back(std::move(item));
-        return removedAny ? bytesOf(result->xml) : data;
-    }
-
-    Bytes transformMedia(Bytes data, const std::string& path) {
-        auto outcome = OfficeMediaScrubber::scrub(data, path, profile_);
-        switch (outcome.kind) {
-            case OfficeMediaScrubber::Outcome::Kind::unchanged: return data;
-            case OfficeMediaScrubber::Outcome::Kind::unverifiable:
-                acc_.fail(path, "Embedded media could not be verified free of metadata");
-                return data;
-            case OfficeMediaScrubber::Outcome::Kind::cleaned:
-                // An image that was already clean comes back as it was and is not reported.
-                if (outcome.data != data) acc_.recordRemoval(path, "Embedded Image Metadata", MetadataCategory::deviceInfo);
-                return std::move(outcome.data);
-        }
-        return data;
-    }
-
-    Bytes withoutDanglingReferences(Bytes data, const std::string& path) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        if (!text) throw OfficeWriterError::satelliteDecodeFailed(path);
-        const std::string lower = lowerCasedPath(path);
-        const auto scrubbed = lower == "[content_types].xml"
-                                  ? scrubDanglingContentTypeOverrides(*text, droppedPaths_)
-                                  : scrubDanglingRelationships(*text, path, droppedPaths_);
-        if (!scrubbed) {
-            // Left as it is, the part could still name a dropped part.
-            acc_.fail(path, "Relationships could not be parsed for dangling reference cleanup");
-            return data;
-        }
-        if (*scrubbed == *text) return data;
-        return bytesOf(*scrubbed);
-    }
-
-    const Archive& source_;
-    Archive& destination_;
-    const CleaningProfile& profile_;
-    Switches switches_;
-    Accumulator& acc_;
-    std::set<std::string> vanishStyleIDs_;
-    std::set<std::string> hiddenPaths_;
-    std::set<std::string> droppedPaths_;
-    std::map<std::string, std::pair<std::string, MetadataCategory>> ownedRelationships_;  // by lower-cased path
-};
-
-// MARK: Verification
-
-enum class VerificationResult { clean, residue, unverifiable };
-
 bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
     return profile.categoriesToRemove.count(category) > 0;
-}
-
-bool hiddenContentResidue(const Archive& archive) {
-    using D = OfficeHiddenContentDetector;
-    const auto headersAndFooters = D::headerFooterFindings(archive);
-    return !headersAndFooters.orphaned.empty() || !headersAndFooters.inactive.inactiveReferences.empty() ||
-           !D::detectSettingsLatentData(archive).empty() || !D::printerSettingsPaths(archive).empty() ||
-           !D::hiddenWorksheetPaths(archive).empty() || !D::hiddenSlidePaths(archive).empty();
-}
-
-bool mediaPrefixed(const std::string& lower) {
-    for (const auto& root : OfficeMediaScrubber::officeMediaRoots())
-        if (startsWith(lower, root)) return true;
-    return false;
-}
-
-VerificationResult verifyMediaEntry(const Bytes& data, bool isDecodable, const CleaningProfile& profile) {
-    if (!OfficeMediaScrubber::profileRemovesImageMetadata(profile)) return VerificationResult::clean;
-    if (!isDecodable) return VerificationResult::unverifiable;
-    const auto items = ImageMetadataReader::removableItems(data);
-    if (!items) return VerificationResult::residue;
-    for (const auto& item : *items) {
-        if (profile.shouldRemove(item)) return VerificationResult::residue;
-        // Profiles name image keys both as the writer's "imageio.<prefix>.<key>" and bare.
-        MetadataItem prefixed = item;
-        prefixed.id = "imageio." + item.id;
-        if (profile.shouldRemove(prefixed)) return VerificationResult::residue;
-    }
-    return VerificationResult::clean;
-}
-
-VerificationResult verifyXMLEntry(const Bytes& data, const std::string& path, const CleaningProfile& profile,
-                                  const std::set<std::string>& vanishStyleIDs) {
-    const std::string lower = lowerCasedPath(path);
-    if (!(startsWith(lower, "word/") || startsWith(lower, "xl/") || startsWith(lower, "ppt/"))) return VerificationResult::clean;
-    auto document = OfficeXMLDocument::parse(data);
-    if (!document || !document->rootElement()) return VerificationResult::unverifiable;
-    const XMLElement root = *document->rootElement();
-    using V = OfficeResidueVerifier;
-    if (profileRemoves(profile, MetadataCategory::documentHistory) && (V::documentHistoryResidue(root) || V::rsidResidue(root)))
-        return VerificationResult::residue;
-    if (profileRemoves(profile, MetadataCategory::authorIdentity)) {
-        const bool identityPart = OfficePartClassifier::isCommentContentPart(path) ||
-                                  OfficePartClassifier::isCommentRosterPart(path) || lower == "xl/revisions/usernames.xml";
-        if (identityPart ? V::identityResidue(root) : V::revisionAuthorshipResidue(root)) return VerificationResult::residue;
-    }
-    if (profileRemoves(profile, MetadataCategory::commentsAnnotations)) {
-        if (V::commentResidue(root)) return VerificationResult::residue;
-        if (!vanishStyleIDs.empty() && OfficeXMLScrubber::containsStyleVanishResidue(root, vanishStyleIDs))
-            return VerificationResult::residue;
-    }
-    if (profileRemoves(profile, MetadataCategory::timestamps) && V::timestampResidue(root)) return VerificationResult::residue;
-    return VerificationResult::clean;
-}
-
-VerificationResult verifyEntry(const Archive& archive, const Entry& entry, const CleaningProfile& profile,
-                               const std::set<std::string>& vanishStyleIDs) {
-    const std::string& path = entry.path();
-    const std::string lower = lowerCasedPath(path);
-    if (profileRemoves(profile, MetadataCategory::commentsAnnotations) && OfficePartClassifier::isCommentContentPart(path))
-        return VerificationResult::residue;
-    if (profileRemoves(profile, MetadataCategory::thumbnails) && isThumbnailPath(lower)) return VerificationResult::residue;
-    Bytes data;
-    try {
-        data = extractEntry(archive, entry);
-    } catch (...) {
-        return VerificationResult::unverifiable;
-    }
-    const bool decodable = image::sniffImageFormat(data).has_value() && ImageMetadataWriter::isDecodableImageData(data);
-    if (mediaPrefixed(lower) || decodable || OfficeMediaScrubber::hasKnownMediaExtension(path))
-        return verifyMediaEntry(data, decodable, profile);
-    if (endsWith(lower, ".xml")) return verifyXMLEntry(data, path, profile, vanishStyleIDs);
-    return VerificationResult::clean;
 }
 
 std::int64_t sizeOrZero(const std::filesystem::path& path) {
@@ -533,68 +39,12 @@ std::int64_t sizeOrZero(const std::filesystem::path& path) {
 
 }  // namespace
 
-bool OfficeMetadataWriter::packageStructureIsConsistent(const Archive& archive) {
-    std::set<std::string> stored;
-    for (const auto& entry : archive)
-        if (entry.type() == EntryType::file) stored.insert(entry.path());
-    // Every Office consumer starts from the content types and the package relationships; a ZIP
-    // without them is no Office package, and a copy of it would be none either.
-    if (!archiveEntry("[Content_Types].xml", archive) || !archiveEntry("_rels/.rels", archive)) return false;
-    for (const auto& relsPath : stored) {
-        if (!endsWith(lowerCasedPath(relsPath), ".rels")) continue;
-        // "word/_rels/document.xml.rels" describes "word/document.xml", and its targets are
-        // relative to "word/".
-        const auto slash = relsPath.rfind('/');
-        const std::string directory = slash == std::string::npos ? std::string() : relsPath.substr(0, slash);
-        constexpr std::string_view relsFolder = "_rels";
-        if (!(directory == relsFolder || endsWith(directory, "/_rels"))) return false;
-        const std::string base = directory.size() > relsFolder.size() ? directory.substr(0, directory.size() - relsFolder.size()) : "";
-        std::string owner = base + relsPath.substr(slash + 1);
-        owner.resize(owner.size() - std::string_view(".rels").size());
-        auto document = parsedPart(archive, relsPath);
-        if (!document) return false;
-        bool consistent = true;
-        forEachElement(*document->rootElement(), [&](XMLElement& element) {
-            if (!consistent || element.localName() != "Relationship") return;
-            const auto target = element.attributeForName("Target");
-            const auto mode = element.attributeForName("TargetMode");
-            if (!target || (mode && lowerCasedPath(mode->stringValue()) == "external")) return;
-            std::string value = target->stringValue();
-            // A fragment or query names a place inside a part, not another part.
-            value = value.substr(0, value.find_first_of("#?"));
-            if (value.empty()) return;
-            const std::string resolved = startsWith(value, "/") ? resolvedPartPath("", value.substr(1)) : resolvedPartPath(base, value);
-            // The name must match as stored: a consumer that compares exactly would miss a part
-            // named in another letter case, and so would every path-based decision made here.
-            // A relationship back to its own part, or to a relationships part, is a cycle.
-            if (!stored.count(resolved) || resolved == owner || endsWith(lowerCasedPath(resolved), ".rels")) consistent = false;
-        });
-        if (!consistent) return false;
-    }
-    return true;
+std::optional<std::string> OfficeMetadataWriter::packageInconsistency(const Archive& archive) {
+    return OfficePackageCheck::inconsistency(archive);
 }
-
-bool OfficeMetadataWriter::verifyClean(const std::filesystem::path& output, const CleaningProfile& profile) {
-    try {
-        const Archive archive(output, Archive::AccessMode::read);
-        const auto tree = OfficeMetadataReader().readMetadata(output);
-        for (const auto& item : tree.allItems())
-            if (profile.shouldRemove(item)) return false;
-        if (profileRemoves(profile, MetadataCategory::hiddenContent) && hiddenContentResidue(archive)) return false;
-        std::set<std::string> vanishStyleIDs;
-        if (profileRemoves(profile, MetadataCategory::commentsAnnotations) && archiveEntry("word/styles.xml", archive)) {
-            const auto styles = partText(archive, "word/styles.xml");
-            if (!styles) return false;
-            vanishStyleIDs = OfficeXMLScrubber::vanishStyleIDs(styles);
-        }
-        if (!packageStructureIsConsistent(archive)) return false;
-        for (const auto& entry : archive)
-            if (entry.type() == EntryType::file && verifyEntry(archive, entry, profile, vanishStyleIDs) != VerificationResult::clean)
-                return false;
-        return true;
-    } catch (...) {
-        return false;
-    }
+std::optional<std::string> OfficeMetadataWriter::verificationFailure(const std::filesystem::path& output,
+                                                                     const CleaningProfile& profile) {
+    return outputVerificationFailure(output, profile);
 }
 
 CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& source,
@@ -607,6 +57,17 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     } catch (...) {
         throw PipelineError::writeFailed(source, std::current_exception());
     }
+    // Refused before a byte is written: what is no Office package, what would inflate past the
+    // budgets, and what holds a part that is not XML.
+    if (auto reason = OfficePackageCheck::notAnOfficePackage(*sourceArchive))
+        throw PipelineError::writeFailed(source, std::make_exception_ptr(OfficeWriterError::notAnOfficePackage(*reason)));
+    if (auto reason = OfficePackageCheck::refusalOfSource(*sourceArchive))
+        throw PipelineError::outputVerificationFailed(source, *reason);
+    if (profileRemoves(profile, MetadataCategory::hiddenContent) && archiveEntry("xl/workbook.xml", *sourceArchive) &&
+        OfficeHiddenContentDetector::visibleSheets(*sourceArchive).empty() &&
+        !OfficeHiddenContentDetector::hiddenWorksheetPaths(*sourceArchive).empty())
+        throw PipelineError::outputVerificationFailed(
+            source, "xl/workbook.xml: every sheet is hidden, and a workbook with none left would not open");
     std::optional<Archive> destinationArchive;
     try {
         if (fs::exists(destination)) std::filesystem::remove(destination);
@@ -615,13 +76,13 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
         throw PipelineError::writeFailed(destination, std::current_exception());
     }
 
-    Accumulator accumulator;
-    PackageCleaner(*sourceArchive, *destinationArchive, profile, accumulator).run();
+    OfficeCleaningAccumulator accumulator;
+    cleanOfficePackage(*sourceArchive, *destinationArchive, profile, accumulator);
     destinationArchive.reset();
 
     // The warnings of a part that could not be treated are not shown: the call fails as a whole.
-    if (accumulator.hadUnscrubbablePart) throw PipelineError::outputVerificationFailed(destination);
-    if (!verifyClean(destination, profile)) throw PipelineError::outputVerificationFailed(destination);
+    if (accumulator.hadUnscrubbablePart) throw PipelineError::outputVerificationFailed(destination, accumulator.firstFailure);
+    if (auto reason = verificationFailure(destination, profile)) throw PipelineError::outputVerificationFailed(destination, *reason);
 
     CleaningResult result;
     result.sourceURL = source;

@@ -9,6 +9,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -20,9 +21,13 @@ class Archive;
 
 class OfficeWriterError : public std::exception {
 public:
-    enum class Case { satelliteDecodeFailed };
+    enum class Case { satelliteDecodeFailed, notAnOfficePackage };
     static OfficeWriterError satelliteDecodeFailed(std::string path) {
         return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
+    }
+    // `reason` says what the file is instead, or what it lacks.
+    static OfficeWriterError notAnOfficePackage(std::string reason) {
+        return OfficeWriterError(Case::notAnOfficePackage, std::move(reason));
     }
     Case errorCase() const { return case_; }
     const std::string& path() const { return path_; }
@@ -49,10 +54,15 @@ public:
     // nothing the profile removes, no hidden content the profile removes is left, and every
     // entry passes its check (comment and thumbnail parts gone, media proven clean, XML parts
     // free of residue, the package's relationships consistent).
-    static bool verifyClean(const std::filesystem::path& output, const CleaningProfile& profile);
-    // Every internal relationship target names an entry exactly as stored, no relationship
-    // targets a relationships part, and every override names an existing entry.
-    static bool packageStructureIsConsistent(const Archive& archive);
+    // Nothing when the output is proven clean, else why not: "<part>: <what was found there>".
+    static std::optional<std::string> verificationFailure(const std::filesystem::path& output,
+                                                          const CleaningProfile& profile);
+    static bool verifyClean(const std::filesystem::path& output, const CleaningProfile& profile) {
+        return !verificationFailure(output, profile);
+    }
+    // Nothing when the package is whole: every part has a content type and parses, and every
+    // relationship target and relationship id names a part that is there. Else why not.
+    static std::optional<std::string> packageInconsistency(const Archive& archive);
 };
 
 }  // namespace tavrin

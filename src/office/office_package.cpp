@@ -33,7 +33,7 @@ namespace {
 
 template <typename Bytes>
 Bytes extracted(const Archive& archive, const Entry& entry) {
-    enforce(entry.uncompressedSize() <= maximumPartSize, ArchiveError::Case::invalidEntrySize);
+    enforce(entry.uncompressedSize() <= maximumPartSize, ArchiveError::Case::entryExceedsSizeLimit);
     Bytes bytes;
     bytes.reserve(static_cast<std::size_t>(entry.uncompressedSize()));
     archive.extract(entry, Archive::defaultReadChunkSize, false, nullptr, [&](std::span<const std::uint8_t> chunk) {

@@ -35,7 +35,7 @@ std::optional<Entry> archiveEntry(std::string_view name, const Archive& archive)
 inline constexpr std::uint64_t maximumPartSize = 256ull << 20;
 
 // The whole decompressed part, checksum tested. Throws ArchiveError, including
-// `invalidEntrySize` for a part over `maximumPartSize`.
+// `entryExceedsSizeLimit` for a part over `maximumPartSize`.
 std::vector<std::uint8_t> extractEntry(const Archive& archive, const Entry& entry);
 // The same bytes in a string, ready to be decoded in place as a part's text.
 std::string extractEntryText(const Archive& archive, const Entry& entry);

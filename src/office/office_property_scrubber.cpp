@@ -72,6 +72,7 @@ const std::vector<Mapping>& OfficePropertyScrubber::appMappings() {
         {"Template", "App.Template", C::softwareInfo, true},
         {"Company", "App.Company", C::companyInfo, true},
         {"Manager", "App.Manager", C::companyInfo, true},
+        {"HyperlinkBase", "App.HyperlinkBase", C::authorIdentity, true},
         {"TotalTime", "App.TotalTime", C::documentHistory, true},
         {"Pages", "App.Pages", C::documentHistory, false},
         {"Words", "App.Words", C::documentHistory, false},

@@ -154,6 +154,7 @@ DecodedXML decodeXMLText(std::span<const std::uint8_t> data) {
         else if (data[0] == 0xFE && data[1] == 0xFF) transcoded = E::decodeUTF16(data, true);
         else if (data[0] == 0xFF && data[1] == 0xFE) transcoded = E::decodeUTF16(data, false);
     }
+    // 2. Without a mark, or with one whose decoding failed, the bytes themselves decide.
     if (!utf8 && !transcoded) {
         // 3. Many zero bytes near the start mean UTF-16 without a mark.
         const std::size_t taken = std::min<std::size_t>(data.size(), 256);
@@ -168,7 +169,7 @@ DecodedXML decodeXMLText(std::span<const std::uint8_t> data) {
             if (head.find("encoding=\"utf-16\"") != std::string::npos || head.find("encoding='utf-16'") != std::string::npos)
                 if ((transcoded = E::decodeUTF16WithoutBOM(data))) utf8 = false;
         } else {
-            // 5.
+            // 5. Bytes that are no UTF-8 get one try as UTF-16 without a mark.
             transcoded = E::decodeUTF16WithoutBOM(data);
         }
     }

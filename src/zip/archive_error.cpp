@@ -19,6 +19,7 @@ std::string ArchiveError::description() const {
         case Case::invalidCentralDirectoryEntryCount: return "The archive's central directory entry count is invalid";
         case Case::missingEndOfCentralDirectoryRecord: return "The file is not a ZIP archive (no end of central directory record)";
         case Case::uncontainedSymlink: return "The archive holds a symbolic link that points outside it";
+        case Case::entryExceedsSizeLimit: return "The archive entry is larger than the part-size limit";
     }
     return "";
 }

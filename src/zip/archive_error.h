@@ -26,6 +26,8 @@ public:
         invalidCentralDirectoryEntryCount,
         missingEndOfCentralDirectoryRecord,
         uncontainedSymlink,
+        // An honestly sized entry larger than its reader will take whole into memory.
+        entryExceedsSizeLimit,
     };
 
     explicit ArchiveError(Case c) : case_(c), text_(description()) {}

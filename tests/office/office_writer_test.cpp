@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
 
@@ -261,10 +262,13 @@ TEST(OfficeWriter, aProfileWithNoCategoryCopiesEveryPartAndVerifies) {
     EXPECT_TRUE(cleaned.result.verifiedClean);
     EXPECT_TRUE(cleaned.result.removedItems.empty());
     EXPECT_EQ(partsOf(cleaned.output), partsOf(dirty));
-    // No date of the source survives in the ZIP headers.
+    // No date survives in the ZIP headers, neither the source's nor the time of cleaning.
     const Archive archive(cleaned.output, Archive::AccessMode::read);
-    for (const auto& entry : archive)
-        EXPECT_GT(entry.modificationDate(), std::chrono::system_clock::from_time_t(1700000000) + std::chrono::hours(24));
+    for (const auto& entry : archive) {
+        EXPECT_EQ(entry.localFileHeader.lastModFileDate, (1 << 5) | 1) << entry.path();
+        EXPECT_EQ(entry.localFileHeader.lastModFileTime, 0) << entry.path();
+        EXPECT_TRUE(entry.localFileHeader.extraField.empty()) << entry.path();
+    }
 }
 
 TEST(OfficeWriter, dropsDirectoryEntriesAndKeepsStoredEntriesStored) {
@@ -296,16 +300,26 @@ TEST(OfficeWriter, clearsRelationshipsAndOverridesOfDroppedParts) {
 
 // MARK: Refusals
 
-PipelineError::Case refusal(const Bytes& package, const CleaningProfile& profile = CleaningProfile::maximumPrivacy()) {
+struct Refusal {
+    PipelineError::Case errorCase = PipelineError::Case::cancelled;
+    std::string text;
+    bool wroteOutput = false;
+};
+
+Refusal refusalOf(const Bytes& package, const CleaningProfile& profile = CleaningProfile::maximumPrivacy()) {
     TempDir dir;
     testing::writeFile(dir / "bad.docx", package);
     try {
         OfficeMetadataWriter().cleanMetadata(dir / "bad.docx", dir / "out.docx", profile);
     } catch (const PipelineError& e) {
-        return e.errorCase();
+        return {e.errorCase(), e.description(), std::filesystem::exists(dir / "out.docx")};
     }
     ADD_FAILURE() << "the bad package was cleaned";
-    return PipelineError::Case::cancelled;
+    return {};
+}
+
+PipelineError::Case refusal(const Bytes& package, const CleaningProfile& profile = CleaningProfile::maximumPrivacy()) {
+    return refusalOf(package, profile).errorCase;
 }
 
 OfficePackageBuilder replacing(const OfficePackageBuilder& source, const std::string& name, const std::string& content) {
@@ -363,8 +377,19 @@ TEST(OfficeWriter, refusesARelationshipCycle) {
 
 TEST(OfficeWriter, refusesMediaItCannotDecodeWhenImageMetadataIsRemoved) {
     auto builder = testing::dirtyDocument({});
-    builder.add("word/media/image2.emf", std::string("\x01\x00\x00\x00 EMF with Exif inside", 24));
-    EXPECT_EQ(refusal(builder.bytes(), profileOf({MetadataCategory::location})), PipelineError::Case::outputVerificationFailed);
+    OfficePackageBuilder bad;
+    for (const auto& [path, data] : builder.parts()) {
+        std::string content = data;
+        if (path == "word/_rels/document.xml.rels")
+            content.insert(content.find("</Relationships>"),
+                           "<Relationship Id=\"rId98\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/"
+                           "relationships/image\" Target=\"media/image2.emf\"/>");
+        bad.add(path, content);
+    }
+    bad.add("word/media/image2.emf", std::string("\x01\x00\x00\x00 EMF with Exif inside", 24));
+    const auto refused = refusalOf(bad.bytes(), profileOf({MetadataCategory::location}));
+    EXPECT_EQ(refused.errorCase, PipelineError::Case::outputVerificationFailed);
+    EXPECT_THAT(refused.text, ::testing::HasSubstr("(word/media/image2.emf: "));
 }
 
 // A ZIP without content types or package relationships is no Office package; its copy would
@@ -376,7 +401,10 @@ TEST(OfficeWriter, refusesAZipWithoutTheOfficePackageParts) {
         OfficePackageBuilder bad;
         for (const auto& [path, data] : dirty.parts())
             if (path != missing) bad.add(path, data);
-        EXPECT_EQ(refusal(bad.bytes()), PipelineError::Case::outputVerificationFailed);
+        const auto refused = refusalOf(bad.bytes());
+        EXPECT_EQ(refused.errorCase, PipelineError::Case::writeFailed);
+        EXPECT_THAT(refused.text, ::testing::HasSubstr("not an Office Open XML package"));
+        EXPECT_FALSE(refused.wroteOutput);
     }
 }
 

@@ -1,0 +1,476 @@
+// Package shapes met in real files, each through the whole writer and then the package check:
+// what cleans must come out whole, what is refused must say why and leave nothing behind.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "../image/image_fixtures.h"
+#include "../zip/raw_zip_builder.h"
+#include "model/pipeline_error.h"
+#include "image/image_metadata_reader.h"
+#include "office/office_metadata_reader.h"
+#include "office/office_metadata_writer.h"
+#include "office/office_package.h"
+#include "office_cleaning_fixtures.h"
+#include "office_fixtures.h"
+#include "package_validity.h"
+#include "support/test_support.h"
+#include "zip/archive.h"
+
+namespace tavrin {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using testing::OfficePackageBuilder;
+using ::testing::HasSubstr;
+
+const std::string rNS = "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
+const std::string wNS = "http://schemas.openxmlformats.org/wordprocessingml/2006/main";
+
+// The builder with `path` changed by `edit` (added when missing and `edit` is given "").
+OfficePackageBuilder edited(const OfficePackageBuilder& source, const std::string& path,
+                            const std::function<std::string(std::string)>& edit) {
+    OfficePackageBuilder out;
+    bool found = false;
+    for (const auto& [name, data] : source.parts()) {
+        found = found || name == path;
+        out.add(name, name == path ? edit(data) : data);
+    }
+    if (!found) out.add(path, edit(""));
+    return out;
+}
+
+OfficePackageBuilder with(const OfficePackageBuilder& source, const std::string& path, const std::string& content) {
+    return edited(source, path, [&](std::string) { return content; });
+}
+
+// `text` inserted before the first occurrence of `before`.
+std::function<std::string(std::string)> inserting(const std::string& text, const std::string& before) {
+    return [=](std::string data) {
+        const auto at = data.find(before);
+        EXPECT_NE(at, std::string::npos) << before;
+        return at == std::string::npos ? data : data.insert(at, text);
+    };
+}
+
+std::string relationship(const std::string& id, const std::string& type, const std::string& target) {
+    return "<Relationship Id=\"" + id + "\" Type=\"" + rNS + "/" + type + "\" Target=\"" + target + "\"/>";
+}
+
+std::string relsOf(const std::string& rows) {
+    return "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">" +
+           rows + "</Relationships>";
+}
+
+std::string override(const std::string& part, const std::string& type) {
+    return "<Override PartName=\"/" + part + "\" ContentType=\"application/vnd.openxmlformats-officedocument." + type + "\"/>";
+}
+
+Bytes fileBytes(const std::filesystem::path& path) {
+    const std::string text = testing::readFile(path);
+    return Bytes(text.begin(), text.end());
+}
+
+CleaningProfile profileOf(std::set<MetadataCategory> categories) {
+    CleaningProfile profile;
+    profile.name = "test";
+    profile.categoriesToRemove = std::move(categories);
+    return profile;
+}
+
+std::optional<std::string> part(const Bytes& package, const std::string& name) {
+    const Archive archive(package, Archive::AccessMode::read);
+    const auto entry = archive[name];
+    if (!entry) return std::nullopt;
+    const auto bytes = extractEntry(archive, *entry);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// MARK: Word as 2010 to 2021 save it
+
+// Revision ids in the body and settings, the effects styles, web settings, a theme, a custom XML
+// item, footnotes and endnotes, and numbering whose bullet is a picture.
+OfficePackageBuilder wordOfTheseYears() {
+    auto b = testing::dirtyDocument({});
+    const std::string png(reinterpret_cast<const char*>(testing::images::encodePNG(2, 2).data()),
+                          testing::images::encodePNG(2, 2).size());
+    const std::string ns = "xmlns:w=\"" + wNS + "\" xmlns:r=\"" + rNS + "\"";
+    b = edited(b, "[Content_Types].xml",
+               inserting(override("word/stylesWithEffects.xml", "wordprocessingml.stylesWithEffects+xml") +
+                             override("word/webSettings.xml", "wordprocessingml.webSettings+xml") +
+                             override("word/theme/theme1.xml", "theme+xml") +
+                             override("word/footnotes.xml", "wordprocessingml.footnotes+xml") +
+                             override("word/endnotes.xml", "wordprocessingml.endnotes+xml") +
+                             override("word/numbering.xml", "wordprocessingml.numbering+xml") +
+                             override("word/fontTable.xml", "wordprocessingml.fontTable+xml"),
+                         "</Types>"));
+    b = edited(b, "word/_rels/document.xml.rels",
+               inserting(relationship("rId20", "stylesWithEffects", "stylesWithEffects.xml") +
+                             relationship("rId21", "webSettings", "webSettings.xml") +
+                             relationship("rId22", "theme", "theme/theme1.xml") +
+                             relationship("rId23", "footnotes", "footnotes.xml") +
+                             relationship("rId24", "endnotes", "endnotes.xml") +
+                             relationship("rId25", "numbering", "numbering.xml") +
+                             relationship("rId26", "fontTable", "fontTable.xml") +
+                             relationship("rId27", "customXml", "../customXml/item1.xml"),
+                         "</Relationships>"));
+    b.add("word/stylesWithEffects.xml", "<w:styles " + ns + "><w:style w:type=\"paragraph\" w:styleId=\"Normal\" "
+                                        "w:rsid=\"00C1D2E3\"><w:name w:val=\"Normal\"/></w:style></w:styles>");
+    b.add("word/webSettings.xml", "<w:webSettings " + ns + "><w:optimizeForBrowser/><w:allowPNG/></w:webSettings>");
+    b.add("word/theme/theme1.xml", "<a:theme xmlns:a=\"http://schemas.openxmlformats.org/drawingml/2006/main\" "
+                                   "name=\"Office Theme\"><a:themeElements/></a:theme>");
+    for (const char* kind : {"footnote", "endnote"})
+        b.add(std::string("word/") + kind + "s.xml",
+              "<w:" + std::string(kind) + "s " + ns + "><w:" + kind + " w:id=\"1\"><w:p w:rsidR=\"00C1D2E3\"><w:r>"
+              "<w:t>See the annex</w:t></w:r></w:p></w:" + kind + "></w:" + kind + "s>");
+    b.add("word/numbering.xml",
+          "<w:numbering " + ns + " xmlns:v=\"urn:schemas-microsoft-com:vml\"><w:numPicBullet w:numPicBulletId=\"0\"><w:pict>"
+          "<v:shape style=\"width:9pt;height:9pt\"><v:imagedata r:id=\"rId1\" o:title=\"\" "
+          "xmlns:o=\"urn:schemas-microsoft-com:office:office\"/></v:shape></w:pict></w:numPicBullet>"
+          "<w:abstractNum w:abstractNumId=\"0\"><w:lvl w:ilvl=\"0\"><w:lvlPicBulletId w:val=\"0\"/></w:lvl></w:abstractNum>"
+          "<w:num w:numId=\"1\"><w:abstractNumId w:val=\"0\"/></w:num></w:numbering>");
+    b.add("word/_rels/numbering.xml.rels", relsOf(relationship("rId1", "image", "media/image9.png")));
+    b.add("word/media/image9.png", png);
+    b.add("word/fontTable.xml", "<w:fonts " + ns + "><w:font w:name=\"Calibri\"/></w:fonts>");
+    b.add("customXml/item1.xml", "<b:Sources xmlns:b=\"http://schemas.openxmlformats.org/officeDocument/2006/bibliography\"/>");
+    b.add("customXml/itemProps1.xml", "<ds:datastoreItem ds:itemID=\"{6E4D1D5B-0000-0000-0000-000000000001}\" "
+                                      "xmlns:ds=\"http://schemas.openxmlformats.org/officeDocument/2006/customXml\"/>");
+    b.add("customXml/_rels/item1.xml.rels", relsOf(relationship("rId1", "customXmlProps", "itemProps1.xml")));
+    return b;
+}
+
+// A font table that names an embedded font the package does not hold, as tools that strip
+// fonts leave it.
+OfficePackageBuilder wordWithAMissingFont() {
+    auto b = wordOfTheseYears();
+    b = with(b, "word/fontTable.xml",
+             "<w:fonts xmlns:w=\"" + wNS + "\" xmlns:r=\"" + rNS + "\"><w:font w:name=\"Corporate Sans\">"
+             "<w:embedRegular r:id=\"rId1\" w:fontKey=\"{00000000-0000-0000-0000-000000000001}\"/></w:font></w:fonts>");
+    b.add("word/_rels/fontTable.xml.rels", relsOf(relationship("rId1", "font", "fonts/font1.odttf")));
+    return edited(b, "[Content_Types].xml", inserting(override("word/fonts/font1.odttf", "obfuscatedFont"), "</Types>"));
+}
+
+// A presentation whose second slide is hidden on its own root, named again by a custom show
+// and a section list.
+OfficePackageBuilder presentationWithAHiddenSlideNamedElsewhere() {
+    auto b = testing::dirtyPresentation({});
+    b = edited(b, "ppt/presentation.xml", [](std::string xml) {
+        const std::string plain = "<p:sldId id=\"257\" r:id=\"rId2\" show=\"0\"/>";
+        xml.replace(xml.find(plain), plain.size(), "<p:sldId id=\"257\" r:id=\"rId2\"/>");
+        return inserting("<p:custShowLst><p:custShow name=\"Board\" id=\"0\"><p:sldLst><p:sld r:id=\"rId1\"/>"
+                         "<p:sld r:id=\"rId2\"/></p:sldLst></p:custShow></p:custShowLst><p:extLst><p:ext "
+                         "uri=\"{521415D9-36F7-43E2-AB2F-B90AF26B5E84}\"><p14:sectionLst "
+                         "xmlns:p14=\"http://schemas.microsoft.com/office/powerpoint/2010/main\"><p14:section name=\"All\" "
+                         "id=\"{1}\"><p14:sldIdLst><p14:sldId id=\"256\"/><p14:sldId id=\"257\"/></p14:sldIdLst>"
+                         "</p14:section></p14:sectionLst></p:ext></p:extLst>",
+                         "</p:presentation>")(xml);
+    });
+    return b;
+}
+
+// A hidden sheet whose text, names and formula cells reach into the rest of the workbook, and a
+// workbook that records where it was saved.
+OfficePackageBuilder workbookWithHiddenSheetRemnants() {
+    auto b = testing::dirtyWorkbook({});
+    b = edited(b, "xl/workbook.xml", [](std::string xml) {
+        xml = inserting("<mc:AlternateContent xmlns:mc=\"http://schemas.openxmlformats.org/markup-compatibility/2006\">"
+                        "<mc:Choice Requires=\"x15\"><x15ac:absPath url=\"C:\\Users\\jane.roe\\Documents\\\" "
+                        "xmlns:x15ac=\"http://schemas.microsoft.com/office/spreadsheetml/2010/11/ac\"/></mc:Choice>"
+                        "</mc:AlternateContent><bookViews><workbookView activeTab=\"1\"/></bookViews>",
+                        "<sheets>")(xml);
+        return inserting("<definedNames><definedName name=\"Pay\">Salaries!$A$1</definedName>"
+                         "<definedName name=\"_xlnm.Print_Area\" localSheetId=\"1\">Salaries!$A$1:$B$2</definedName>"
+                         "<definedName name=\"Plan\" localSheetId=\"0\">Budget!$A$1</definedName></definedNames>",
+                         "</workbook>")(xml);
+    });
+    b = edited(b, "xl/_rels/workbook.xml.rels", inserting(relationship("rId9", "calcChain", "calcChain.xml"), "</Relationships>"));
+    b = edited(b, "[Content_Types].xml", inserting(override("xl/calcChain.xml", "spreadsheetml.calcChain+xml"), "</Types>"));
+    b.add("xl/calcChain.xml", "<calcChain xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\">"
+                              "<c r=\"B2\" i=\"2\"/></calcChain>");
+    b = edited(b, "docProps/app.xml", inserting("<HyperlinkBase>C:\\Users\\jane.roe\\Shares\\</HyperlinkBase>", "</Properties>"));
+    // A link the user made, to "Book2.xlsx", with the other addresses Excel adds to it.
+    b = edited(b, "xl/_rels/workbook.xml.rels", inserting(relationship("rId8", "externalLink", "externalLinks/externalLink1.xml"),
+                                                         "</Relationships>"));
+    b = edited(b, "[Content_Types].xml", inserting(override("xl/externalLinks/externalLink1.xml", "spreadsheetml.externalLink+xml"),
+                                                  "</Types>"));
+    b.add("xl/externalLinks/externalLink1.xml",
+          "<externalLink xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\" xmlns:r=\"" + rNS + "\">"
+          "<externalBook r:id=\"rId1\"><xxl21:alternateUrls driveId=\"b!Jane0\" itemId=\"01JANE\" "
+          "xmlns:xxl21=\"http://schemas.microsoft.com/office/spreadsheetml/2021/extlinks2021\"><xxl21:absoluteUrl r:id=\"rId2\"/>"
+          "</xxl21:alternateUrls><sheetNames><sheetName val=\"Data\"/></sheetNames></externalBook></externalLink>");
+    b.add("xl/externalLinks/_rels/externalLink1.xml.rels",
+          relsOf("<Relationship Id=\"rId1\" Type=\"" + rNS + "/externalLinkPath\" Target=\"Book2.xlsx\" TargetMode=\"External\"/>"
+                 "<Relationship Id=\"rId2\" Type=\"" + rNS + "/externalLinkLong\" "
+                 "Target=\"file:///C:\\Users\\jane.roe\\OneDrive\\Book2.xlsx\" TargetMode=\"External\"/>"));
+    return b;
+}
+
+struct CleanShape {
+    std::string name;
+    std::function<OfficePackageBuilder()> build;
+    CleaningProfile profile;
+    std::vector<std::pair<std::string, std::string>> gone;  // part, text ("" for the part itself)
+    std::vector<std::string> kept;
+    std::string removedItem;  // a display name the result must report
+};
+
+const std::vector<CleanShape>& cleanShapes() {
+    static const std::vector<CleanShape> shapes{
+        {"word-2010-to-2021", wordOfTheseYears, CleaningProfile::maximumPrivacy(),
+         {{"word/settings.xml", "rsid"}, {"word/document.xml", "w:rsid"}, {"word/footnotes.xml", "rsid"},
+          {"word/stylesWithEffects.xml", "w:rsid"}},
+         {"word/numbering.xml", "word/media/image9.png", "word/theme/theme1.xml", "customXml/item1.xml"},
+         ""},
+        {"missing-embedded-font", wordWithAMissingFont, CleaningProfile::maximumPrivacy(),
+         {{"word/_rels/fontTable.xml.rels", "font1.odttf"}, {"word/fontTable.xml", "embedRegular"},
+          {"[Content_Types].xml", "font1.odttf"}},
+         {"word/fontTable.xml"},
+         "Link to Missing Content"},
+        {"missing-font-under-a-narrow-profile", wordWithAMissingFont, profileOf({MetadataCategory::location}),
+         {{"word/_rels/fontTable.xml.rels", "font1.odttf"}}, {"word/settings.xml"}, "Link to Missing Content"},
+        {"orphan-media",
+         [] { return with(testing::dirtyDocument({}), "word/media/stray.png", "not reached by any relationship"); },
+         CleaningProfile::maximumPrivacy(), {{"word/media/stray.png", ""}}, {"word/document.xml"}, "Hidden/Orphaned Part"},
+        {"hidden-slide-named-by-show-and-section", presentationWithAHiddenSlideNamedElsewhere,
+         profileOf({MetadataCategory::hiddenContent}),
+         {{"ppt/slides/slide2.xml", ""}, {"ppt/presentation.xml", "rId2"}, {"ppt/presentation.xml", "\"257\""}},
+         {"ppt/slides/slide1.xml"},
+         "Hidden/Orphaned Part"},
+        {"hidden-sheet-remnants", workbookWithHiddenSheetRemnants, CleaningProfile::maximumPrivacy(),
+         {{"xl/sharedStrings.xml", "Jane Roe 98000"}, {"xl/workbook.xml", "Salaries"}, {"xl/calcChain.xml", ""},
+          {"xl/workbook.xml", "absPath"}, {"docProps/app.xml", "HyperlinkBase"}, {"xl/workbook.xml", "activeTab=\"1\""},
+          {"xl/externalLinks/_rels/externalLink1.xml.rels", "jane.roe"}, {"xl/externalLinks/externalLink1.xml", "driveId"}},
+         {"xl/worksheets/sheet1.xml", "xl/externalLinks/externalLink1.xml"},
+         "Hidden Sheet Text"},
+    };
+    return shapes;
+}
+
+class CleanShapes : public ::testing::TestWithParam<CleanShape> {};
+
+TEST_P(CleanShapes, cleanIntoAWholePackageAndTheSameBytesTwice) {
+    const auto& shape = GetParam();
+    testing::TempDir dir;
+    const Bytes source = shape.build().bytes();
+    testing::writeFile(dir / "source.docx", source);
+    const auto result = OfficeMetadataWriter().cleanMetadata(dir / "source.docx", dir / "once.docx", shape.profile);
+    EXPECT_TRUE(result.verifiedClean);
+    const Bytes once = fileBytes(dir / "once.docx");
+    EXPECT_EQ(testing::packageValidityProblems(once), std::vector<std::string>{});
+    EXPECT_EQ(OfficeMetadataWriter::packageInconsistency(Archive(once, Archive::AccessMode::read)), std::nullopt);
+    for (const auto& [name, text] : shape.gone) {
+        const auto content = part(once, name);
+        if (text.empty()) {
+            EXPECT_FALSE(content) << name;
+        } else if (content) {
+            EXPECT_EQ(content->find(text), std::string::npos) << name << ": " << text;
+        }
+    }
+    for (const auto& name : shape.kept) EXPECT_TRUE(part(once, name)) << name;
+    if (!shape.removedItem.empty()) {
+        bool reported = false;
+        for (const auto& item : result.removedItems) reported = reported || item.displayName == shape.removedItem;
+        EXPECT_TRUE(reported) << shape.removedItem;
+    }
+    OfficeMetadataWriter().cleanMetadata(dir / "source.docx", dir / "twice.docx", shape.profile);
+    EXPECT_EQ(fileBytes(dir / "twice.docx"), once);
+}
+
+INSTANTIATE_TEST_SUITE_P(Office, CleanShapes, ::testing::ValuesIn(cleanShapes()),
+                         [](const auto& info) {
+                             std::string name = info.param.name;
+                             for (auto& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+                             return name;
+                         });
+
+TEST(OfficePackageShapes, eachKindCleansToTheSameBytesTwice) {
+    const Bytes jpeg = testing::images::dirtyJPEG();
+    const std::vector<std::pair<std::string, OfficePackageBuilder>> kinds{
+        {"docx", testing::dirtyDocument(jpeg)}, {"xlsx", testing::dirtyWorkbook(jpeg)}, {"pptx", testing::dirtyPresentation(jpeg)}};
+    for (const auto& [extension, package] : kinds) {
+        SCOPED_TRACE(extension);
+        testing::TempDir dir;
+        const auto named = [&](const char* stem) { return dir / (std::string(stem) + "." + extension); };
+        testing::writeFile(named("source"), package.bytes());
+        OfficeMetadataWriter().cleanMetadata(named("source"), named("a"), CleaningProfile::maximumPrivacy());
+        OfficeMetadataWriter().cleanMetadata(named("source"), named("b"), CleaningProfile::maximumPrivacy());
+        EXPECT_EQ(fileBytes(named("a")), fileBytes(named("b")));
+    }
+}
+
+TEST(OfficePackageShapes, aBareImageKeyReachesEmbeddedPhotos) {
+    testing::TempDir dir;
+    testing::writeFile(dir / "source.docx", testing::dirtyDocument(testing::images::dirtyJPEG()).bytes());
+    CleaningProfile profile;
+    profile.name = "gps only";
+    profile.specificKeysToRemove = {"GPS.Latitude"};
+    const auto result = OfficeMetadataWriter().cleanMetadata(dir / "source.docx", dir / "out.docx", profile);
+    EXPECT_TRUE(result.verifiedClean);
+    const auto photo = part(fileBytes(dir / "out.docx"), "word/media/image1.jpeg");
+    ASSERT_TRUE(photo);
+    const auto items = ImageMetadataReader::removableItems(Bytes(photo->begin(), photo->end()));
+    ASSERT_TRUE(items);
+    for (const auto& item : *items) EXPECT_NE(item.key, "GPS.Latitude");
+}
+
+// MARK: Refusals
+
+struct RefusedShape {
+    std::string name;
+    std::function<Bytes()> build;
+    CleaningProfile profile;
+    PipelineError::Case errorCase;
+    std::string reason;
+};
+
+Bytes zipOf(std::vector<testing::RawZipEntry> entries) {
+    const std::string raw = testing::buildRawZip(entries);
+    return Bytes(raw.begin(), raw.end());
+}
+
+// The minimal document with parts whose declared sizes are given.
+Bytes withDeclaredSizes(const std::vector<std::pair<std::string, std::uint64_t>>& sized) {
+    std::vector<testing::RawZipEntry> entries;
+    const auto minimal = testing::minimalPackage(testing::OfficeKind::docx);
+    for (const auto& [name, data] : minimal.parts())
+        entries.push_back({.name = name, .data = data});
+    for (const auto& [name, size] : sized)
+        entries.push_back({.name = name, .data = "<a/>", .deflate = true, .declaredSize = size});
+    return zipOf(entries);
+}
+
+const std::vector<RefusedShape>& refusedShapes() {
+    static const std::vector<RefusedShape> shapes{
+        {"malformed-content-types",
+         [] { return with(testing::dirtyDocument({}), "[Content_Types].xml", "<Types><Default").bytes(); },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "([Content_Types].xml: not well-formed XML)"},
+        {"relationships-not-xml",
+         [] { return with(testing::dirtyDocument({}), "word/_rels/document.xml.rels", "PK\x03\x04 binary").bytes(); },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(word/_rels/document.xml.rels: not XML: its bytes are not text)"},
+        {"worksheet-not-xml",
+         [] { return with(testing::dirtyWorkbook({}), "xl/worksheets/sheet2.xml", "<worksheet><sheetData>").bytes(); },
+         profileOf({MetadataCategory::location}), PipelineError::Case::outputVerificationFailed,
+         "(xl/worksheets/sheet2.xml: not well-formed XML)"},
+        {"nested-too-deep",
+         [] {
+             std::string deep;
+             for (int i = 0; i < 6000; ++i) deep += "<w:p>";
+             return with(testing::dirtyDocument({}), "word/styles.xml", deep).bytes();
+         },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(word/styles.xml: elements nested more than 5000 deep)"},
+        {"slide-named-twice",
+         [] {
+             return edited(testing::dirtyPresentation({}), "ppt/presentation.xml",
+                           inserting("<p:sldId id=\"258\" r:id=\"rId1\"/>", "</p:sldIdLst>"))
+                 .bytes();
+         },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(ppt/presentation.xml: the slide list names relationship rId1 twice)"},
+        {"only-sheet-hidden",
+         [] {
+             return edited(testing::dirtyWorkbook({}), "xl/workbook.xml", [](std::string xml) {
+                        const std::string visible = "<sheet name=\"Budget\" sheetId=\"1\" r:id=\"rId1\"/>";
+                        return xml.replace(xml.find(visible), visible.size(),
+                                           "<sheet name=\"Budget\" sheetId=\"1\" state=\"veryHidden\" r:id=\"rId1\"/>");
+                    })
+                 .bytes();
+         },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(xl/workbook.xml: every sheet is hidden"},
+        {"opendocument-renamed",
+         [] {
+             return zipOf({{.name = "mimetype", .data = "application/vnd.oasis.opendocument.text"},
+                           {.name = "meta.xml", .data = "<office:document-meta/>"}});
+         },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::writeFailed,
+         "not an Office Open XML package (it is an OpenDocument file"},
+        {"part-over-the-size-limit", [] { return withDeclaredSizes({{"word/big.xml", 1ull << 30}}); },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(word/big.xml: inflates to 1074 MB, over the 268 MB part-size limit)"},
+        {"parts-over-the-package-budget",
+         [] {
+             std::vector<std::pair<std::string, std::uint64_t>> parts;
+             for (int i = 1; i <= 8; ++i) parts.push_back({"word/part" + std::to_string(i) + ".xml", 250'000'000});
+             return withDeclaredSizes(parts);
+         },
+         CleaningProfile::maximumPrivacy(), PipelineError::Case::outputVerificationFailed,
+         "(the parts inflate to more than 1 GB together, over the package limit)"},
+    };
+    return shapes;
+}
+
+class RefusedShapes : public ::testing::TestWithParam<RefusedShape> {};
+
+TEST_P(RefusedShapes, areRefusedWithTheirReasonAndNoOutput) {
+    const auto& shape = GetParam();
+    testing::TempDir dir;
+    testing::writeFile(dir / "bad.docx", shape.build());
+    try {
+        OfficeMetadataWriter().cleanMetadata(dir / "bad.docx", dir / "out.docx", shape.profile);
+        ADD_FAILURE() << "cleaned";
+    } catch (const PipelineError& error) {
+        EXPECT_EQ(error.errorCase(), shape.errorCase);
+        EXPECT_THAT(error.description(), HasSubstr(shape.reason));
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.docx"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Office, RefusedShapes, ::testing::ValuesIn(refusedShapes()),
+                         [](const auto& info) {
+                             std::string name = info.param.name;
+                             for (auto& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+                             return name;
+                         });
+
+TEST(OfficePackageShapes, anOpenDocumentRenamedIsNoOfficePackageToTheReader) {
+    testing::TempDir dir;
+    testing::writeFile(dir / "memo.docx", zipOf({{.name = "mimetype", .data = "application/vnd.oasis.opendocument.text"},
+                                                 {.name = "meta.xml", .data = "<office:document-meta/>"}}));
+    try {
+        OfficeMetadataReader().readMetadata(dir / "memo.docx");
+        ADD_FAILURE() << "read";
+    } catch (const std::exception& error) {
+        EXPECT_THAT(error.what(), HasSubstr("not an Office Open XML package"));
+    }
+}
+
+// MARK: Verification names what it found
+
+TEST(OfficePackageShapes, verificationNamesThePartAndWhatRemains) {
+    struct Row {
+        std::string name;
+        OfficePackageBuilder package;
+        CleaningProfile profile;
+        std::string reason;
+    };
+    const std::vector<Row> rows{
+        {"revision ids",
+         with(testing::minimalPackage(testing::OfficeKind::docx), "word/settings.xml",
+              "<w:settings xmlns:w=\"" + wNS + "\"><w:rsids><w:rsidRoot w:val=\"00A1B2C3\"/></w:rsids></w:settings>"),
+         profileOf({MetadataCategory::documentHistory}), "word/settings.xml: revision identifiers remain"},
+        {"dangling target",
+         edited(testing::minimalPackage(testing::OfficeKind::docx), "_rels/.rels",
+                inserting(relationship("rId7", "fontTable", "word/fonts/font1.odttf"), "</Relationships>")),
+         profileOf({}), "_rels/.rels: the target word/fonts/font1.odttf is not in the package"},
+        {"dangling id",
+         with(testing::minimalPackage(testing::OfficeKind::docx), "word/document.xml",
+              "<w:document xmlns:w=\"" + wNS + "\" xmlns:r=\"" + rNS + "\"><w:body><w:p><w:hyperlink r:id=\"rId3\"/>"
+              "</w:p></w:body></w:document>"),
+         profileOf({}), "word/document.xml: r:id names relationship rId3, which word/_rels/document.xml.rels does not hold"},
+        {"untyped part", with(testing::minimalPackage(testing::OfficeKind::docx), "word/media/a.qqq", "x"), profileOf({}),
+         "word/media/a.qqq: the part has no content type"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        testing::TempDir dir;
+        testing::writeFile(dir / "out.docx", row.package.bytes());
+        EXPECT_EQ(OfficeMetadataWriter::verificationFailure(dir / "out.docx", row.profile), row.reason);
+    }
+}
+
+}  // namespace
+}  // namespace tavrin
