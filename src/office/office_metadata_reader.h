@@ -11,12 +11,33 @@
 #include <vector>
 
 #include "model/metadata_reader.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
-class OfficeMetadataReaderError : public std::exception {
+enum class OfficeMetadataReaderErrorCase { cannotOpenArchive, xmlParsingFailed, notAnOfficePackage };
+
+class OfficeMetadataReaderError : public TypedError<OfficeMetadataReaderErrorCase> {
 public:
-    enum class Case { cannotOpenArchive, xmlParsingFailed, notAnOfficePackage };
+    static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
+    // A ZIP of another kind under an Office extension; `reason` says what it is or lacks.
+    static OfficeMetadataReaderError notAnOfficePackage(std::string reason) {
+        return OfficeMetadataReaderError(Case::notAnOfficePackage, "", std::move(reason));
+    }
+    static OfficeMetadataReaderError xmlParsingFailed(std::string part, std::string reason) {
+        return OfficeMetadataReaderError(Case::xmlParsingFailed, std::move(part), std::move(reason));
+    }
+    const std::string& part() const { return part_; }
+    std::string description() const;
+
+private:
+    // `reason` is the detail.
+    OfficeMetadataReaderError(Case c, std::string part, std::string reason)
+        : TypedError(c, std::move(reason)), part_(std::move(part)) {
+        setText(description());
+    }
+    std::string part_;
+};
     static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
     // A ZIP of another kind under an Office extension; `reason` says what it is or lacks.
     static OfficeMetadataReaderError notAnOfficePackage(std::string reason) {

@@ -14,14 +14,30 @@
 #include <string>
 
 #include "model/metadata_reader.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
 class Archive;
 
-class OfficeWriterError : public std::exception {
+enum class OfficeWriterErrorCase { satelliteDecodeFailed, notAnOfficePackage };
+
+class OfficeWriterError : public TypedError<OfficeWriterErrorCase> {
 public:
-    enum class Case { satelliteDecodeFailed, notAnOfficePackage };
+    static OfficeWriterError satelliteDecodeFailed(std::string path) {
+        return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
+    }
+    // `reason` says what the file is instead, or what it lacks.
+    static OfficeWriterError notAnOfficePackage(std::string reason) {
+        return OfficeWriterError(Case::notAnOfficePackage, std::move(reason));
+    }
+    // The satellite file's path, or the reason of `notAnOfficePackage`.
+    const std::string& path() const { return detail(); }
+    std::string description() const;
+
+private:
+    OfficeWriterError(Case c, std::string path) : TypedError(c, std::move(path)) { setText(description()); }
+};
     static OfficeWriterError satelliteDecodeFailed(std::string path) {
         return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
     }

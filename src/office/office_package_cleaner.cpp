@@ -48,10 +48,6 @@ namespace {
 using Accumulator = OfficeCleaningAccumulator;
 using Bytes = std::vector<std::uint8_t>;
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
 
@@ -70,8 +66,8 @@ struct Switches {
     bool touchesMarkup() const { return removeIdentity || removeHistory || removeComments || removeTimes; }
 };
 
-bool isThumbnailPath(const std::string& lower) { return startsWith(lower, "docprops/thumbnail."); }
-bool isSatellitePath(const std::string& lower) { return endsWith(lower, ".rels") || lower == "[content_types].xml"; }
+bool isThumbnailPath(const std::string& lower) { return lower.starts_with("docprops/thumbnail."); }
+bool isSatellitePath(const std::string& lower) { return lower.ends_with(".rels") || lower == "[content_types].xml"; }
 
 // One package cleaning: the walk over the source, the transforms, and what it records.
 // The extended properties without their lists of part titles (sheet names, slide titles) and
@@ -107,7 +103,7 @@ public:
                 std::set<std::string> keptSheets;
                 for (const auto& entry : source_) {
                     const std::string lower = lowerCasedPath(entry.path());
-                    if (startsWith(lower, "xl/worksheets/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos &&
+                    if (lower.starts_with("xl/worksheets/") && lower.ends_with(".xml") && lower.find("/_rels/") == std::string::npos &&
                         !hiddenPaths_.count(lower))
                         keptSheets.insert(entry.path());
                 }
@@ -129,7 +125,7 @@ public:
         // a part that is not there.
         for (const auto& entry : source_) {
             const std::string lower = lowerCasedPath(entry.path());
-            if (entry.type() != EntryType::file || !endsWith(lower, ".rels") || dropRule(entry.path())) continue;
+            if (entry.type() != EntryType::file || !lower.ends_with(".rels") || dropRule(entry.path())) continue;
             if (const auto owner = ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
                 ownedRelationships_[lower] = *dropRule(*storedDroppedPath(*owner));
                 droppedPaths_.insert(entry.path());
@@ -181,7 +177,7 @@ private:
             return std::pair{std::string("Thumbnail"), MetadataCategory::thumbnails};
         // In lower case: the notes part of a hidden slide is named by computation, not as stored.
         if ((switches_.removeHidden && hiddenPaths_.count(lower)) || orphanPaths_.count(lower))
-            return std::pair{std::string("Hidden/Orphaned Part"), MetadataCategory::hiddenContent};
+            return std::pair{std::string("Hidden/Orphaned part"), MetadataCategory::hiddenContent};
         // The calculation chain lists the cells of every sheet by index; Excel rebuilds it.
         if (hiddenSheetsGo_ && lower == "xl/calcchain.xml")
             return std::pair{std::string("Calculation Chain"), MetadataCategory::hiddenContent};
@@ -194,7 +190,7 @@ private:
         const auto slash = lower.rfind('/');
         if (slash == std::string::npos) return std::nullopt;
         const std::string folder = lower.substr(0, slash);
-        if (!(folder == "_rels" || endsWith(folder, "/_rels"))) return std::nullopt;
+        if (!(folder == "_rels" || folder.ends_with("/_rels"))) return std::nullopt;
         const std::string name = lower.substr(slash + 1, lower.size() - slash - 1 - std::string_view(".rels").size());
         return folder.substr(0, folder.size() - std::string_view("_rels").size()) + name;
     }
@@ -326,7 +322,7 @@ private:
                 return std::pair{std::move(out->xml), std::move(out->removedLabels)};
             });
         }
-        if (startsWith(lower, "word/_rels/")) {
+        if (lower.starts_with("word/_rels/")) {
             return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
                 auto out = S::scrubLatentRelationships(xml);
                 if (!out) return std::nullopt;
@@ -334,7 +330,7 @@ private:
                 return std::pair{std::move(out->xml), std::vector<std::string>{"Latent Relationship"}};
             });
         }
-        if (startsWith(lower, "xl/worksheets/") && lower.find("/_rels/") == std::string::npos) {
+        if (lower.starts_with("xl/worksheets/") && lower.find("/_rels/") == std::string::npos) {
             const auto rIds = OfficeHiddenContentDetector::printerSettingsRIds(path, droppedPaths_, source_);
             if (rIds.empty()) return data;
             return rewriteHiddenPart(std::move(data), path, [&](const std::string& xml) -> Labelled {
@@ -355,15 +351,15 @@ private:
         // Comments and rosters outside the Word vocabulary name people too; left out of scope,
         // a profile that removes authors would find them again in verification.
         if (OfficePartClassifier::isCommentContentPart(path) || OfficePartClassifier::isCommentRosterPart(path)) return true;
-        if (startsWith(lower, "xl/revisions/") && endsWith(lower, ".xml")) return switches_.removeHistory;
-        if (startsWith(lower, "ppt/notesslides/") && endsWith(lower, ".xml")) return true;
+        if (lower.starts_with("xl/revisions/") && lower.ends_with(".xml")) return switches_.removeHistory;
+        if (lower.starts_with("ppt/notesslides/") && lower.ends_with(".xml")) return true;
         return OfficePartClassifier::isWordMarkupPart(path);
     }
 
     Bytes transform(Bytes data, const std::string& path) {
         if (OfficeMediaScrubber::isEmbeddedMedia(path, data)) return transformMedia(std::move(data), path);
         const std::string lower = lowerCasedPath(path);
-        if (!endsWith(lower, ".xml")) return data;
+        if (!lower.ends_with(".xml")) return data;
         if (!xmlPartIsInScope(path)) return data;
         const auto text = OfficeTextEncoding::decodeXML(data);
         if (!text) {
@@ -374,12 +370,12 @@ private:
             lower == "xl/revisions/usernames.xml")
             return transformIdentityPart(std::move(data), *text, path, "Comment/author part could not be parsed for scrubbing",
                                          "Comment Author");
-        if (startsWith(lower, "xl/revisions/")) {
+        if (lower.starts_with("xl/revisions/")) {
             return applyScrub(std::move(data), path, OfficeXMLScrubber::emptiedRevisionPart(*text),
                               "Excel revision part could not be parsed for scrubbing", "Excel Revision History",
                               MetadataCategory::documentHistory);
         }
-        if (startsWith(lower, "ppt/notesslides/")) {
+        if (lower.starts_with("ppt/notesslides/")) {
             return applyScrub(std::move(data), path, OfficeXMLScrubber::scrubGenericOfficePart(*text, profile_, false),
                               "Office content part could not be parsed for scrubbing");
         }
@@ -470,7 +466,7 @@ private:
     }
 
     static bool isExternalLinkPart(const std::string& lower) {
-        return startsWith(lower, "xl/externallinks/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos;
+        return lower.starts_with("xl/externallinks/") && lower.ends_with(".xml") && lower.find("/_rels/") == std::string::npos;
     }
 
     // The relationships that the alternate addresses of each external link use, by the
