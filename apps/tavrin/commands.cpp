@@ -1,12 +1,9 @@
 #include "commands.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <fmt/core.h>
 #include <iostream>
-#include <mutex>
-#include <thread>
 #include <unistd.h>
 
 #include "cli.h"
@@ -14,6 +11,8 @@
 #include "model/file_type_detector.h"
 #include "model/pipeline_error.h"
 #include "model/snapshot.h"
+#include "model/text_encoding.h"
+#include "pipeline/batch_runner.h"
 #include "pipeline/tavrin_engine.h"
 #include "exiftool/process_runner.h"
 #include "input_paths.h"
@@ -143,7 +142,7 @@ int runFormats(const CommonOptions& options) {
                                      canInspect ? "yes" : "no", canClean ? "yes" : "no");
         }
     }
-    if (options.json) std::cout << rows.dump(2) << "\n";
+    if (options.json) std::cout << dumpJSON(rows) << "\n";
     return kSuccess;
 }
 
@@ -161,19 +160,20 @@ int runInspect(const CommonOptions& options, const std::vector<std::filesystem::
             status = kFailure;
             const std::string text = errorText(std::current_exception());
             const auto reason = errorReason(std::current_exception());
-            if (options.json)
-                out.push_back({{"path", file.string()}, {"error", text}, {"reason", reason ? json(*reason) : json(nullptr)}});
-            else std::cout << fmt::format("{}: {}\n", file.string(), text);
+            if (options.json) out.push_back(inspectErrorJSON(file, text, reason));
+            else printError(std::cerr, file, text);
         }
         if (!options.json && files.size() > 1) std::cout << "\n";
     }
-    if (options.json) std::cout << out.dump(2) << "\n";
+    if (options.json) std::cout << dumpJSON(out) << "\n";
     return status;
 }
 
 int runClean(const CleanOptions& options) {
     if (options.outputDir && !fs::isDirectory(*options.outputDir)) {
-        std::cerr << "tavrin: " << PipelineError::outputDirectoryNotAccessible(*options.outputDir).description() << "\n";
+        std::cerr << "tavrin: "
+                  << printableText(PipelineError::outputDirectoryNotAccessible(*options.outputDir).description())
+                  << "\n";
         return kFailure;
     }
     CleaningProfile profile = CleaningProfile::from(options.profile);
@@ -196,62 +196,43 @@ int runClean(const CleanOptions& options) {
         if (!inputs[i].error) reports[i].outputPath = reserveOutputPath(inputs[i].path, options.outputDir, reserved);
     }
 
-    std::vector<bool> done(inputs.size(), false);
-    std::mutex mutex;
-    std::condition_variable finished;
-    std::atomic<std::size_t> next{0};
-    auto work = [&] {
-        for (std::size_t i = next++; i < reports.size(); i = next++) {
-            FileReport& report = reports[i];
-            if (!report.error) {
-                try {
-                    try {
-                        report.fileType = FileTypeDetector::detect(report.sourcePath);
-                    } catch (...) {
-                        // The pipeline reports detection failures in its own words below.
-                    }
-                    if (report.fileType == FileType::pdf && TavrinEngine::isPDFEncrypted(report.sourcePath)) {
-                        report.result = cleanProtectedPDF(engine, report, profile, options.password);
-                    } else {
-                        report.result = engine.cleanToFile(report.sourcePath, profile, *report.outputPath);
-                    }
-                } catch (...) {
-                    report.error = errorText(std::current_exception());
-                    report.reason = errorReason(std::current_exception());
-                }
+    auto cleanOne = [&](std::size_t i) {
+        FileReport& report = reports[i];
+        if (report.error) return;
+        try {
+            // The checks come first: a named pipe or a device is refused before anything opens it
+            // to read, the encryption test included.
+            report.fileType = engine.checkSource(report.sourcePath);
+            if (report.fileType == FileType::pdf && TavrinEngine::isPDFEncrypted(report.sourcePath)) {
+                report.result = cleanProtectedPDF(engine, report, profile, options.password);
+            } else {
+                report.result = engine.cleanToFile(report.sourcePath, profile, *report.outputPath);
             }
-            std::lock_guard lock(mutex);
-            done[i] = true;
-            finished.notify_all();
+        } catch (...) {
+            report.error = errorText(std::current_exception());
+            report.reason = errorReason(std::current_exception());
         }
     };
 
+    // Lines are printed in input order as results arrive: a finished file waits for those before
+    // it. onFinished runs one call at a time, so the cursor needs no lock of its own.
     {
-        const unsigned workers = std::max(1u, std::min<unsigned>(options.jobs, static_cast<unsigned>(reports.size())));
-        std::vector<std::jthread> pool;
-        for (unsigned w = 0; w < workers && !reports.empty(); ++w) pool.emplace_back(work);
-
-        // Print in input order as results arrive.
         ProgressBar progress(reports.size(), reports.size() > 1);
-        std::size_t printed = 0, completed = 0;
-        std::unique_lock lock(mutex);
-        while (printed < reports.size()) {
-            finished.wait(lock, [&] { return done[printed]; });
-            while (printed < reports.size() && done[printed]) {
-                if (!options.common.json) {
-                    lock.unlock();
-                    if (::isatty(STDERR_FILENO) && reports.size() > 1) std::cerr << "\r" << std::string(48, ' ') << "\r";
-                    printCleanLine(std::cout, reports[printed]);
-                    std::cout.flush();
-                    lock.lock();
-                }
-                ++printed;
+        std::vector<bool> done(reports.size(), false);
+        std::size_t printed = 0;
+        BatchRunOptions batch;
+        batch.maxParallel = options.jobs;
+        batch.onFinished = [&](std::size_t index, std::size_t completed) {
+            done[index] = true;
+            for (; printed < reports.size() && done[printed]; ++printed) {
+                if (options.common.json) continue;
+                if (::isatty(STDERR_FILENO) && reports.size() > 1) std::cerr << "\r" << std::string(48, ' ') << "\r";
+                printCleanLine(std::cout, std::cerr, reports[printed]);
             }
-            completed = static_cast<std::size_t>(std::count(done.begin(), done.end(), true));
-            lock.unlock();
+            std::cout.flush();
             progress.advance(completed);
-            lock.lock();
-        }
+        };
+        runBatch(reports.size(), cleanOne, batch);
     }
 
     std::size_t failed = 0;
@@ -261,7 +242,7 @@ int runClean(const CleanOptions& options) {
         if (options.common.json) out.push_back(cleanReportJSON(r));
     }
     if (options.common.json) {
-        std::cout << out.dump(2) << "\n";
+        std::cout << dumpJSON(out) << "\n";
     } else {
         std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", reports.size() - failed, reports.size(),
                                  reports.size() == 1 ? "" : "s", failed ? fmt::format(", {} failed", failed) : "");

@@ -2,8 +2,11 @@
 #include <malloc.h>
 
 #include "cli.h"
+#include "model/temporary_directories.h"
 
 int main(int argc, char** argv) {
+    // First, before any thread starts: an interrupted run removes its temporary folders.
+    tavrin::temporaries::installTerminationCleanup();
     // A clean allocates and frees compression and decode buffers for every entry of every file;
     // keeping freed memory in the process, instead of handing it back to the kernel each time,
     // spares a batch most of its system time.

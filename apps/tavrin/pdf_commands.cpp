@@ -6,6 +6,7 @@
 
 #include "cli.h"
 #include "model/pipeline_error.h"
+#include "model/text_encoding.h"
 #include "pipeline/tavrin_engine.h"
 
 namespace tavrin::cli {
@@ -27,11 +28,13 @@ namespace {
 int report(const std::function<CleaningResult()>& operation, const PDFPasswordOptions& options, const char* verb) {
     try {
         const CleaningResult result = operation();
-        std::cout << fmt::format("{}  {} → {} ({} removed, {} retained)\n", verb, options.input.string(),
-                                 result.outputURL.string(), result.removedItems.size(), result.retainedItems.size());
+        std::cout << fmt::format("{}  {} → {} ({} removed, {} retained)\n", verb, printablePath(options.input),
+                                 printablePath(result.outputURL), result.removedItems.size(),
+                                 result.retainedItems.size());
         return kSuccess;
     } catch (...) {
-        std::cerr << fmt::format("tavrin: {}: {}\n", options.input.string(), describeError(std::current_exception()));
+        std::cerr << fmt::format("tavrin: {}: {}\n", printablePath(options.input),
+                                 printableText(describeError(std::current_exception())));
         return kFailure;
     }
 }

@@ -4,15 +4,40 @@
 
 #include "model/data_size.h"
 #include "model/snapshot.h"
+#include "model/text_encoding.h"
 
 namespace tavrin::cli {
 
 using nlohmann::json;
 
+namespace {
+
+// "key": the name as UTF-8, and "keyBase64": its exact bytes, only when the two differ.
+void putPath(json& j, const std::string& key, const std::filesystem::path& path) {
+    j[key] = pathText(path);
+    if (auto bytes = pathBytesBase64(path)) j[key + "Base64"] = *bytes;
+}
+
+json optionalText(const std::optional<std::string>& text) { return text ? json(validUTF8(*text)) : json(nullptr); }
+
+}  // namespace
+
+std::string dumpJSON(const json& value) { return value.dump(2, ' ', false, json::error_handler_t::replace); }
+
+json inspectErrorJSON(const std::filesystem::path& path, const std::string& error,
+                      const std::optional<std::string>& reason) {
+    json j;
+    putPath(j, "path", path);
+    j["error"] = validUTF8(error);
+    j["reason"] = optionalText(reason);
+    return j;
+}
+
 json cleanReportJSON(const FileReport& r) {
     json j;
-    j["sourcePath"] = r.sourcePath.string();
-    j["outputPath"] = r.result && r.outputPath ? json(r.outputPath->string()) : json(nullptr);
+    putPath(j, "sourcePath", r.sourcePath);
+    if (r.result && r.outputPath) putPath(j, "outputPath", *r.outputPath);
+    else j["outputPath"] = nullptr;
     j["fileType"] = r.fileType ? json(std::string(rawValue(*r.fileType))) : json(nullptr);
     if (r.result) {
         const CleaningResult& c = *r.result;
@@ -21,7 +46,8 @@ json cleanReportJSON(const FileReport& r) {
         j["removedItems"] = c.removedItems;
         j["retainedItems"] = c.retainedItems;
         json warnings = json::array();
-        for (const auto& w : c.warnings) warnings.push_back({{"context", w.context}, {"message", w.message}});
+        for (const auto& w : c.warnings)
+            warnings.push_back({{"context", validUTF8(w.context)}, {"message", validUTF8(w.message)}});
         j["warnings"] = warnings;
         json remaining = json::array();
         for (auto category : c.remainingMetadataClasses) remaining.push_back(std::string(rawValue(category)));
@@ -40,25 +66,31 @@ json cleanReportJSON(const FileReport& r) {
         j["cleanedSize"] = nullptr;
         j["duration"] = nullptr;
     }
-    j["error"] = r.error ? json(*r.error) : json(nullptr);
-    j["reason"] = r.reason ? json(*r.reason) : json(nullptr);
+    j["error"] = optionalText(r.error);
+    j["reason"] = optionalText(r.reason);
     return j;
 }
 
-void printCleanLine(std::ostream& out, const FileReport& r) {
+void printError(std::ostream& errors, const std::filesystem::path& path, const std::string& error) {
+    errors << fmt::format("{}: {}\n", printablePath(path), printableText(error));
+}
+
+void printCleanLine(std::ostream& out, std::ostream& errors, const FileReport& r) {
     if (!r.result) {
-        out << fmt::format("failed   {}: {}\n", r.sourcePath.string(), r.error.value_or("Unknown error"));
+        errors << fmt::format("failed   {}: {}\n", printablePath(r.sourcePath),
+                              printableText(r.error.value_or("Unknown error")));
         return;
     }
     const CleaningResult& c = *r.result;
-    out << fmt::format("cleaned  {} \u2192 {} ({} removed, {} retained, {})\n", r.sourcePath.string(),
-                       c.outputURL.string(), c.removedItems.size(), c.retainedItems.size(),
+    out << fmt::format("cleaned  {} \u2192 {} ({} removed, {} retained, {})\n", printablePath(r.sourcePath),
+                       printablePath(c.outputURL), c.removedItems.size(), c.retainedItems.size(),
                        DataSize::difference(c.originalSize, c.cleanedSize));
-    for (const auto& w : c.warnings) out << fmt::format("         warning: {}: {}\n", w.context, w.message);
+    for (const auto& w : c.warnings)
+        out << fmt::format("         warning: {}: {}\n", printableText(w.context), printableText(w.message));
 }
 
 void printTree(std::ostream& out, const std::filesystem::path& path, const MetadataTree& tree) {
-    out << fmt::format("{} ({})\n", path.string(), displayName(tree.fileType));
+    out << fmt::format("{} ({})\n", printablePath(path), displayName(tree.fileType));
     if (tree.rootNodes.empty()) {
         out << "  No metadata found.\n";
         return;
@@ -66,13 +98,14 @@ void printTree(std::ostream& out, const std::filesystem::path& path, const Metad
     std::size_t removable = 0;
     for (const auto& group : tree.rootNodes) {
         if (group.category)
-            out << fmt::format("  {} \u2014 {} privacy\n", group.label, displayName(privacyLevel(*group.category)));
+            out << fmt::format("  {} \u2014 {} privacy\n", printableText(group.label),
+                               displayName(privacyLevel(*group.category)));
         else
-            out << fmt::format("  {}\n", group.label);
+            out << fmt::format("  {}\n", printableText(group.label));
         // Groups hold leaves; deeper nodes from other sources are flattened in walk order.
         for (const auto& item : group.allItems()) {
             removable += item.isRemovable ? 1 : 0;
-            out << fmt::format("    {}: {}{}\n", item.displayName, item.value.description(),
+            out << fmt::format("    {}: {}{}\n", printableText(item.displayName), printableText(item.value.description()),
                                item.isRemovable ? "" : "  (kept: structural)");
         }
     }

@@ -24,8 +24,21 @@ struct FileReport {
     std::optional<std::string> reason;
 };
 
+// File names in JSON: "sourcePath", "outputPath" and inspect's "path" hold the name as UTF-8,
+// with bytes that are not UTF-8 shown as U+FFFD. Only then, "sourcePathBase64" (and
+// "outputPathBase64", "pathBase64") holds the exact bytes of the name on disk, in base64.
 nlohmann::json cleanReportJSON(const FileReport& report);
-void printCleanLine(std::ostream& out, const FileReport& report);
+nlohmann::json inspectErrorJSON(const std::filesystem::path& path, const std::string& error,
+                                const std::optional<std::string>& reason);
+// The one way the command line writes JSON: any text that is not UTF-8 (which the model never
+// lets through) is written as U+FFFD rather than aborting the program.
+std::string dumpJSON(const nlohmann::json& value);
+
+// Human output. Every text from a file or a file name is printed through printableText, so that
+// control characters show as escapes ("\x1b") instead of acting on the terminal. A cleaned
+// file's line goes to `out`, a failed file's line to `errors`.
+void printCleanLine(std::ostream& out, std::ostream& errors, const FileReport& report);
+void printError(std::ostream& errors, const std::filesystem::path& path, const std::string& error);
 void printTree(std::ostream& out, const std::filesystem::path& path, const MetadataTree& tree);
 
 }  // namespace tavrin::cli

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "model/pipeline_error.h"
+#include "model/temporary_directories.h"
 #include "model/uuid.h"
 
 namespace tavrin::fs {
@@ -104,49 +106,112 @@ void writeNewFile(const std::filesystem::path& path, const void* data, std::size
     }
 }
 
+namespace {
+
+// Forces the file's data to disk, so that the name a rename publishes never points at data a
+// power cut could still lose.
+void syncFile(const std::filesystem::path& path) {
+    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (fd.get() < 0) fail("Cannot read", path, errno);
+    if (::fsync(fd.get()) != 0) fail("Cannot write", path, errno);
+}
+
+// Makes a new name in `directory` durable. A file system that cannot sync a folder (EINVAL)
+// has nothing to sync.
+void syncDirectory(const std::filesystem::path& directory, const std::filesystem::path& published) {
+    Fd fd(::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() < 0) fail("Cannot write to the folder of", published, errno);
+    if (::fsync(fd.get()) != 0 && errno != EINVAL) fail("Cannot write to the folder of", published, errno);
+}
+
+void copyAll(int in, int out, const std::filesystem::path& from, const std::filesystem::path& to) {
+    std::vector<std::uint8_t> buf(1 << 16);
+    for (;;) {
+        ssize_t n = ::read(in, buf.data(), buf.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) fail("Cannot read", from, errno);
+        if (n == 0) break;
+        writeAll(out, buf.data(), static_cast<std::size_t>(n), to);
+    }
+    if (::fsync(out) != 0) fail("Cannot write", to, errno);
+}
+
+// Across file systems, first choice: an unnamed file in the destination folder (O_TMPFILE),
+// given its name only when complete and synced. A kill at any moment leaves nothing behind.
+// False when the file system offers no unnamed files.
+bool copyThroughUnnamedFile(int in, const std::filesystem::path& from, const std::filesystem::path& to) {
+    const auto folder = to.parent_path().empty() ? std::filesystem::path(".") : to.parent_path();
+    Fd out(::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644));
+    if (out.get() < 0) {
+        if (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL || errno == ENOENT) return false;
+        fail("Cannot write to the folder of", to, errno);
+    }
+    copyAll(in, out.get(), from, to);
+    const std::string self = fmt::format("/proc/self/fd/{}", out.get());
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, to.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+        if (errno == ENOENT && !std::filesystem::exists("/proc/self/fd")) return false;
+        fail("Cannot move the cleaned file to", to, errno);
+    }
+    return true;
+}
+
+// The fallback: a hidden name beside the destination (".NAME.tavrin-<UUID>"), locked while this
+// process writes it and removed on a termination signal; a later run removes one left unlocked.
+void copyThroughStagedFile(int in, const std::filesystem::path& from, const std::filesystem::path& to) {
+    temporaries::removeStaleStagedFiles(to.parent_path().empty() ? "." : to.parent_path());
+    const auto staging =
+        to.parent_path() / fmt::format(".{}.tavrin-{}", to.filename().string(), Uuid::random().uuidString());
+    temporaries::trackFile(staging);
+    Fd out(::open(staging.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (out.get() < 0) {
+        const int err = errno;
+        temporaries::untrackFile(staging);
+        fail("Cannot write to the folder of", to, err);
+    }
+    try {
+        if (::flock(out.get(), LOCK_EX) != 0) fail("Cannot write to the folder of", to, errno);
+        copyAll(in, out.get(), from, to);
+        if (::link(staging.c_str(), to.c_str()) != 0) fail("Cannot move the cleaned file to", to, errno);
+    } catch (...) {
+        ::unlink(staging.c_str());
+        temporaries::untrackFile(staging);
+        throw;
+    }
+    ::unlink(staging.c_str());
+    temporaries::untrackFile(staging);
+}
+
+}  // namespace
+
 void moveItemNoReplace(const std::filesystem::path& from, const std::filesystem::path& to) {
+    syncFile(from);
     // renameat2 with RENAME_NOREPLACE is atomic and never replaces; fall back to link()+unlink()
     // where the file system does not support it, and to a copy across file systems.
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return;
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        syncDirectory(to.parent_path(), to);
+        return;
+    }
     int err = errno;
     if (err == EEXIST) fail("Cannot move the cleaned file to", to, EEXIST);
     if (err == EINVAL || err == ENOSYS) {
         if (::link(from.c_str(), to.c_str()) == 0) {
             ::unlink(from.c_str());
+            syncDirectory(to.parent_path(), to);
             return;
         }
         err = errno;
     }
     if (err != EXDEV) fail("Cannot move the cleaned file to", to, err);
 
-    // Across file systems: copy to a hidden name beside the destination, sync, then link into place.
-    const auto staging = to.parent_path() / fmt::format(".{}.tavrin-{}", to.filename().string(), Uuid::random().uuidString());
     {
         Fd in(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
         if (in.get() < 0) fail("Cannot read", from, errno);
-        Fd out(::open(staging.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-        if (out.get() < 0) fail("Cannot write to the folder of", to, errno);
-        try {
-            std::vector<std::uint8_t> buf(1 << 16);
-            for (;;) {
-                ssize_t n = ::read(in.get(), buf.data(), buf.size());
-                if (n < 0 && errno == EINTR) continue;
-                if (n < 0) fail("Cannot read", from, errno);
-                if (n == 0) break;
-                writeAll(out.get(), buf.data(), static_cast<std::size_t>(n), to);
-            }
-            if (::fsync(out.get()) != 0) fail("Cannot write", to, errno);
-        } catch (...) {
-            ::unlink(staging.c_str());
-            throw;
+        if (!copyThroughUnnamedFile(in.get(), from, to)) {
+            if (::lseek(in.get(), 0, SEEK_SET) != 0) fail("Cannot read", from, errno);
+            copyThroughStagedFile(in.get(), from, to);
         }
     }
-    if (::link(staging.c_str(), to.c_str()) != 0) {
-        err = errno;
-        ::unlink(staging.c_str());
-        fail("Cannot move the cleaned file to", to, err);
-    }
-    ::unlink(staging.c_str());
+    syncDirectory(to.parent_path(), to);
     ::unlink(from.c_str());
 }
 

@@ -186,6 +186,40 @@ std::string_view displayName(FormatSupportLevel level) {
     return {};
 }
 
+SourceSizeLimit sourceSizeLimit(FileType type) {
+    constexpr std::uint64_t MB = 1000 * 1000;
+    constexpr std::uint64_t GB = 1000 * MB;
+    switch (type) {
+        case FileType::jpeg:
+        case FileType::png:
+        case FileType::tiff:
+        case FileType::heic:
+        case FileType::webp:
+        case FileType::gif:
+        case FileType::bmp:
+        case FileType::raw:
+            return {512 * MB, "an image is read whole into memory and every frame is decoded to verify it"};
+        case FileType::pdf: return {1 * GB, "a PDF is loaded whole into memory to rewrite and verify it"};
+        case FileType::docx:
+        case FileType::xlsx:
+        case FileType::pptx:
+            return {1 * GB, "an Office document's parts are read into memory to rewrite and verify them"};
+        case FileType::doc:
+        case FileType::xls:
+        case FileType::ppt: return {1 * GB, "a legacy Office document is read whole by ExifTool"};
+        case FileType::mov:
+        case FileType::mp4:
+        case FileType::avi:
+        case FileType::mp3:
+        case FileType::m4a:
+        case FileType::wav:
+        case FileType::aiff:
+        case FileType::flac:
+            return {64 * GB, "media is streamed, and a cleaned copy of this size needs as much free space again"};
+    }
+    return {0, "the type is unknown"};
+}
+
 FormatCapabilities FormatCapabilities::capabilities(FileType type) {
     using C = MetadataCategory;
     const std::set<C> groupA{C::location, C::deviceInfo, C::authorIdentity, C::timestamps,

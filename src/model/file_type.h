@@ -2,6 +2,7 @@
 // The formats Tavrin knows, and the one table of what it may do with each.
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -52,6 +53,15 @@ std::string_view rawValue(FileTypeCategory category);
 std::string_view displayName(FileTypeCategory category);
 std::string_view rawValue(FormatSupportLevel level);
 std::string_view displayName(FormatSupportLevel level);
+
+// The largest source opened for a type, and why in words. Readers that hold a file whole in
+// memory get a ceiling no photo or document nears, so a sparse giant or an endless device is
+// refused before a byte of it is read.
+struct SourceSizeLimit {
+    std::uint64_t bytes;
+    std::string_view reason;
+};
+SourceSizeLimit sourceSizeLimit(FileType type);
 
 struct FormatCapabilities {
     FileType fileType;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "model/pipeline_error.h"
@@ -41,9 +42,17 @@ std::string extensionOf(const std::filesystem::path& url) {
 
 // Reads up to `max` bytes from the start of the file; -1 when it cannot be opened.
 long readHead(const std::filesystem::path& url, std::uint8_t* buf, std::size_t max, int* openErrno) {
-    int fd = ::open(url.c_str(), O_RDONLY | O_CLOEXEC);
+    // Without blocking, and only a regular file: a named pipe must not stall detection, nor a
+    // device feed it.
+    int fd = ::open(url.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
         if (openErrno) *openErrno = errno;
+        return -1;
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        if (openErrno) *openErrno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        ::close(fd);
         return -1;
     }
     std::size_t got = 0;
@@ -70,21 +79,47 @@ bool FileTypeDetector::isOLECompoundDocument(const std::filesystem::path& url) {
     return std::memcmp(head, ole, 8) == 0;
 }
 
-FileType FileTypeDetector::detect(const std::filesystem::path& url) {
+namespace {
+
+// The decision, with the first bytes read by `head(buffer, max)` (a count, or -1 with errno).
+template <typename ReadHead>
+FileType detectWith(const std::filesystem::path& url, ReadHead head) {
+    static const std::uint8_t ole[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
     const std::string ext = extensionOf(url);
     if (auto type = fileTypeFromExtension(ext)) {
-        if (category(*type) == FileTypeCategory::officeDocument && isOLECompoundDocument(url))
+        std::uint8_t first[8];
+        if (category(*type) == FileTypeCategory::officeDocument && head(first, 8) == 8 &&
+            std::memcmp(first, ole, 8) == 0)
             throw FileTypeDetectionError(FileTypeDetectionError::Case::encryptedOfficeDocument, url);
         return *type;
     }
     if (!ext.empty())
         if (auto related = relatedFileTypeForExtension(ext)) return *related;
 
-    std::uint8_t head[16];
-    int err = 0;
-    long n = readHead(url, head, sizeof head, &err);
-    if (n < 0) throw FileSystemError(fmt::format("Cannot open {}: {}", url.filename().string(), std::strerror(err)), err);
-    return detectFromMagicBytes(head, static_cast<std::size_t>(n), url);
+    std::uint8_t bytes[16];
+    const long n = head(bytes, sizeof bytes);
+    if (n < 0) {
+        const int err = errno;
+        throw FileSystemError(fmt::format("Cannot open {}: {}", url.filename().string(), std::strerror(err)), err);
+    }
+    return FileTypeDetector::detectFromMagicBytes(bytes, static_cast<std::size_t>(n), url);
+}
+
+}  // namespace
+
+FileType FileTypeDetector::detect(const std::filesystem::path& url) {
+    return detectWith(url, [&](std::uint8_t* buffer, std::size_t max) {
+        int err = 0;
+        const long n = readHead(url, buffer, max, &err);
+        if (n < 0) errno = err;
+        return n;
+    });
+}
+
+FileType FileTypeDetector::detect(const SourceFile& source) {
+    return detectWith(source.path(), [&](std::uint8_t* buffer, std::size_t max) {
+        return static_cast<long>(source.readHead(buffer, max));
+    });
 }
 
 FileType FileTypeDetector::detectFromMagicBytes(const std::uint8_t* h, std::size_t n, const std::filesystem::path& url) {

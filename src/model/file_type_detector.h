@@ -6,6 +6,7 @@
 #include <string>
 
 #include "model/file_type.h"
+#include "model/source_file.h"
 
 namespace tavrin {
 
@@ -28,6 +29,9 @@ struct FileTypeDetector {
     // Throws FileTypeDetectionError, or FileSystemError when the file cannot be opened for the
     // magic-byte test.
     static FileType detect(const std::filesystem::path& url);
+    // The same decision, reading the magic bytes from the checked descriptor, never by path.
+    // Throws FileTypeDetectionError.
+    static FileType detect(const SourceFile& source);
     // Detection from the first bytes alone; `name` supplies the extension for the ZIP and OLE rules.
     static FileType detectFromMagicBytes(const std::uint8_t* head, std::size_t n, const std::filesystem::path& name);
     // True exactly when the file starts with the OLE compound-document signature.

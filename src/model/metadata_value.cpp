@@ -4,7 +4,13 @@
 #include <fmt/core.h>
 #include <functional>
 
+#include "model/text_encoding.h"
+
 namespace tavrin {
+
+void makeValidUTF8(std::string& text) {
+    if (!isValidUTF8(text)) text = validUTF8(text);
+}
 
 std::optional<std::string> MetadataValue::stringValue() const {
     if (auto* s = std::get_if<std::string>(&v_)) return *s;

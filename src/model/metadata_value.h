@@ -13,6 +13,9 @@ namespace tavrin {
 
 using Date = std::chrono::system_clock::time_point;
 
+// Replaces ill-formed UTF-8 in `text` by U+FFFD, in place (see text_encoding.h).
+void makeValidUTF8(std::string& text);
+
 class MetadataValue {
 public:
     using Array = std::vector<MetadataValue>;
@@ -26,7 +29,12 @@ public:
     enum class Kind { string, number, integer, date, boolean, data, array, dictionary, null };
 
     MetadataValue() : v_(Null{}) {}
-    static MetadataValue string(std::string s) { return MetadataValue(FromStorage{}, std::move(s)); }
+    // Text from a file: ill-formed UTF-8 becomes U+FFFD here, so every text of the model is valid
+    // UTF-8. Bytes that must stay exact belong in `data`.
+    static MetadataValue string(std::string s) {
+        makeValidUTF8(s);
+        return MetadataValue(FromStorage{}, std::move(s));
+    }
     static MetadataValue number(double d) { return MetadataValue(FromStorage{}, d); }
     static MetadataValue integer(std::int64_t i) { return MetadataValue(FromStorage{}, i); }
     static MetadataValue date(Date d) { return MetadataValue(FromStorage{}, d); }

@@ -32,6 +32,11 @@ PipelineError PipelineError::encryptedOfficeDocument(const std::filesystem::path
 PipelineError PipelineError::sourceFileNotAccessible(const std::filesystem::path& u) {
     return {Case::sourceFileNotAccessible, u, FileType::jpeg, {}, nullptr};
 }
+PipelineError PipelineError::sourceFileNotAccessible(const std::filesystem::path& u, std::string reason) {
+    if (reason.empty()) return sourceFileNotAccessible(u);
+    auto underlying = std::make_exception_ptr(VerificationFailure(reason));
+    return {Case::sourceFileNotAccessible, u, FileType::jpeg, std::move(reason), std::move(underlying)};
+}
 PipelineError PipelineError::outputDirectoryNotAccessible(const std::filesystem::path& u) {
     return {Case::outputDirectoryNotAccessible, u, FileType::jpeg, {}, nullptr};
 }
@@ -74,7 +79,11 @@ std::string PipelineError::description() const {
                 "{} is a password-protected Office document, which Tavrin can't process yet. Remove the password in "
                 "Word, Excel, or PowerPoint, save a copy, then clean that copy.",
                 name);
-        case Case::sourceFileNotAccessible: return fmt::format("Cannot access file: {}", name);
+        case Case::sourceFileNotAccessible: {
+            std::string text = fmt::format("Cannot access file: {}", name);
+            if (!detail_.empty()) text += fmt::format(" ({})", detail_);
+            return text;
+        }
         case Case::outputDirectoryNotAccessible: return fmt::format("Cannot write to directory: {}", url_.string());
         case Case::readFailed: return fmt::format("Failed to read metadata from {}: {}", name, detail_);
         case Case::writeFailed: return fmt::format("Failed to clean {}: {}", name, detail_);

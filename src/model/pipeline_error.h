@@ -35,6 +35,9 @@ public:
     static PipelineError fileTypeUnknown(const std::filesystem::path& url);
     static PipelineError encryptedOfficeDocument(const std::filesystem::path& url);
     static PipelineError sourceFileNotAccessible(const std::filesystem::path& url);
+    // `reason` says why the file was refused ("not a regular file", a size over the limit); it
+    // follows the fixed text in brackets.
+    static PipelineError sourceFileNotAccessible(const std::filesystem::path& url, std::string reason);
     static PipelineError outputDirectoryNotAccessible(const std::filesystem::path& url);
     // `underlying` is the error being wrapped; its text becomes the reason.
     static PipelineError readFailed(const std::filesystem::path& url, std::exception_ptr underlying);

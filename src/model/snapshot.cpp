@@ -1,5 +1,7 @@
 #include "model/snapshot.h"
 
+#include "model/text_encoding.h"
+
 #include <cmath>
 
 namespace tavrin {
@@ -68,7 +70,7 @@ json valueToJson(const MetadataValue& v, int depth) {
     using K = MetadataValue::Kind;
     auto wrap = [](const char* name, json payload) { return json{{name, json{{"_0", std::move(payload)}}}}; };
     switch (v.kind()) {
-        case K::string: return wrap("string", v.asString());
+        case K::string: return wrap("string", validUTF8(v.asString()));
         case K::number: return wrap("number", v.asNumber());
         case K::integer: return wrap("integer", v.asInteger());
         case K::date: {
@@ -85,7 +87,7 @@ json valueToJson(const MetadataValue& v, int depth) {
         }
         case K::dictionary: {
             json o = json::object();
-            for (const auto& [k, e] : v.asDictionary()) o[k] = valueToJson(e, depth + 1);
+            for (const auto& [k, e] : v.asDictionary()) o[validUTF8(k)] = valueToJson(e, depth + 1);
             return wrap("dictionary", std::move(o));
         }
         case K::null: return json{{"null", json::object()}};
@@ -140,9 +142,9 @@ void to_json(json& j, const MetadataValue& value) { j = valueToJson(value, 0); }
 void from_json(const json& j, MetadataValue& value) { value = valueFromJson(j, 0); }
 
 void to_json(json& j, const MetadataItem& item) {
-    j = {{"id", item.id},
-         {"key", item.key},
-         {"displayName", item.displayName},
+    j = {{"id", validUTF8(item.id)},
+         {"key", validUTF8(item.key)},
+         {"displayName", validUTF8(item.displayName)},
          {"value", item.value},
          {"category", std::string(rawValue(item.category))},
          {"source", std::string(rawValue(item.source))},
@@ -160,7 +162,7 @@ void from_json(const json& j, MetadataItem& item) {
 }
 
 void to_json(json& j, const MetadataTreeNode& node) {
-    j = {{"id", node.id}, {"label", node.label}};
+    j = {{"id", validUTF8(node.id)}, {"label", validUTF8(node.label)}};
     if (node.item) j["item"] = *node.item;
     json children = json::array();
     for (const auto& child : node.children) children.push_back(child);

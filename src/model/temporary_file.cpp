@@ -7,16 +7,13 @@
 
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
+#include "model/temporary_directories.h"
 #include "model/uuid.h"
 
 namespace tavrin {
 
 namespace {
-std::filesystem::path temporaryRoot() {
-    std::error_code ec;
-    auto dir = std::filesystem::temp_directory_path(ec);
-    return ec ? std::filesystem::path("/tmp") : dir;
-}
+std::filesystem::path temporaryRoot() { return temporaries::root(); }
 }  // namespace
 
 TemporaryFile::TemporaryFile(std::string_view prefix, std::string_view extension, bool autoDelete)
@@ -39,18 +36,15 @@ TemporaryFile::~TemporaryFile() {
 }
 
 std::filesystem::path TemporaryFile::makeTemporaryDirectory(std::string_view prefix) {
-    auto dir = temporaryRoot() / fmt::format("{}_{}", prefix, Uuid::random().uuidString());
-    std::error_code ec;
-    std::filesystem::create_directories(dir.parent_path(), ec);
-    if (::mkdir(dir.c_str(), 0700) != 0) {
-        const int err = errno;
-        throw FileSystemError(fmt::format("Cannot create a temporary folder: {}", std::strerror(err)), err);
-    }
-    return dir;
+    return temporaries::createDirectory(prefix);
+}
+
+void TemporaryFile::removeTemporaryDirectory(const std::filesystem::path& directory) noexcept {
+    temporaries::removeDirectory(directory);
 }
 
 ScopedDirectory::~ScopedDirectory() {
-    if (!path_.empty()) fs::removeItemQuietly(path_);
+    if (!path_.empty()) temporaries::removeDirectory(path_);
 }
 
 }  // namespace tavrin

@@ -20,15 +20,20 @@ public:
     const std::filesystem::path& url() const { return url_; }
     bool autoDelete() const { return autoDelete_; }
 
-    // Creates "<tmp>/<prefix>_<uuid>" (mode 0700) and returns it. Throws FileSystemError.
+    // Creates "<tmp>/<prefix>_<uuid>" (mode 0700), claimed by this process so that a later run
+    // removes it should this one be killed (see temporary_directories.h), and returns it.
+    // Remove it with removeTemporaryDirectory (or a ScopedDirectory), which also drops the claim.
+    // Throws FileSystemError.
     static std::filesystem::path makeTemporaryDirectory(std::string_view prefix);
+    static void removeTemporaryDirectory(const std::filesystem::path& directory) noexcept;
 
 private:
     std::filesystem::path url_;
     bool autoDelete_;
 };
 
-// Removes a directory tree on scope exit, ignoring failures.
+// Removes a directory tree (and its claim, when it is a temporary folder) on scope exit, ignoring
+// failures.
 class ScopedDirectory {
 public:
     explicit ScopedDirectory(std::filesystem::path path) : path_(std::move(path)) {}

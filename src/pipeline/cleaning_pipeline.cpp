@@ -5,15 +5,17 @@
 #include "model/file_system.h"
 #include "model/file_type_detector.h"
 #include "model/pipeline_error.h"
+#include "model/source_file.h"
 
 namespace tavrin {
 
 namespace {
 
 // Maps a detection failure to the pipeline's vocabulary.
-FileType detectForPipeline(const std::filesystem::path& url) {
+FileType detectForPipeline(const SourceFile& source) {
+    const auto& url = source.path();
     try {
-        return FileTypeDetector::detect(url);
+        return FileTypeDetector::detect(source);
     } catch (const FileTypeDetectionError& e) {
         if (e.errorCase() == FileTypeDetectionError::Case::encryptedOfficeDocument)
             throw PipelineError::encryptedOfficeDocument(url);
@@ -23,15 +25,31 @@ FileType detectForPipeline(const std::filesystem::path& url) {
     }
 }
 
+// Opens the source through the checks every reader relies on: a regular file, its type
+// detected from the checked descriptor, its size within the type's limit. A named pipe, a
+// device or an oversized file is refused here, before any reader runs.
+FileType checkedSourceType(const std::filesystem::path& url) {
+    if (!fs::isReadableFile(url)) throw PipelineError::sourceFileNotAccessible(url);
+    const SourceFile source = SourceFile::open(url);
+    const FileType type = detectForPipeline(source);
+    source.requireWithinSizeLimit(type);
+    return type;
+}
+
 }  // namespace
 
+FileType CleaningPipeline::checkSource(const std::filesystem::path& url) const { return checkedSourceType(url); }
+
 MetadataTree CleaningPipeline::inspect(const std::filesystem::path& url) const {
-    if (!fs::isReadableFile(url)) throw PipelineError::sourceFileNotAccessible(url);
-    const FileType type = detectForPipeline(url);
+    const FileType type = checkedSourceType(url);
     auto r = reader(type);
     if (!r) throw PipelineError::noReaderAvailable(type);
     try {
         return r->readMetadata(url);
+    } catch (const PipelineError& e) {
+        // A reader that already says "Failed to read metadata from …" is not wrapped again.
+        if (e.errorCase() == PipelineError::Case::readFailed) throw;
+        throw PipelineError::readFailed(url, std::current_exception());
     } catch (...) {
         throw PipelineError::readFailed(url, std::current_exception());
     }
@@ -42,7 +60,7 @@ CleaningResult CleaningPipeline::clean(const std::filesystem::path& sourceURL,
                                        const CleaningProfile& profile) const {
     if (!fs::isReadableFile(sourceURL)) throw PipelineError::sourceFileNotAccessible(sourceURL);
     if (!fs::isDirectory(outputDirectory)) throw PipelineError::outputDirectoryNotAccessible(outputDirectory);
-    const FileType type = detectForPipeline(sourceURL);
+    const FileType type = checkedSourceType(sourceURL);
     if (!FormatCapabilities::capabilities(type).allowsStrictVerifiedCleaning())
         throw PipelineError::formatNotVerifiedForCleaning(type);
     auto w = writer(type);

@@ -52,6 +52,11 @@ public:
     CleaningResult clean(const std::filesystem::path& sourceURL, const std::filesystem::path& outputDirectory,
                          const CleaningProfile& profile) const;
 
+    // The checks inspect and clean make before any reader runs: a readable regular file (a named
+    // pipe, a device or a folder is refused without blocking), its type detected from the checked
+    // descriptor, its size within that type's limit. Returns the type. Throws PipelineError.
+    FileType checkSource(const std::filesystem::path& url) const;
+
     void registerReader(std::shared_ptr<const MetadataReader> reader) override;
     void registerWriter(std::shared_ptr<const MetadataWriter> writer) override;
     void registerReaderFor(FileType type, std::shared_ptr<const MetadataReader> reader) override;

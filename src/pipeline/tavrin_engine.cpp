@@ -5,6 +5,7 @@
 #include "pipeline/native_formats.h"
 #include "pipeline/pdf_module.h"
 #include "model/pipeline_error.h"
+#include "model/source_file.h"
 #include "model/temporary_file.h"
 
 namespace tavrin {
@@ -31,6 +32,7 @@ CleaningResult TavrinEngine::cleanToFile(const std::filesystem::path& at, const 
 CleaningResult TavrinEngine::runPasswordOperation(
     const std::filesystem::path& sourceURL, const std::filesystem::path& outputURL,
     const std::function<CleaningResult(const std::filesystem::path&, const std::filesystem::path&)>& operation) const {
+    checkSource(sourceURL);
     ScopedDirectory staging(TemporaryFile::makeTemporaryDirectory("tavrin_pdf_pw"));
     const auto staged = staging.path() / sourceURL.filename();
     CleaningResult result = operation(sourceURL, staged);
@@ -39,7 +41,14 @@ CleaningResult TavrinEngine::runPasswordOperation(
     return result;
 }
 
-bool TavrinEngine::isPDFEncrypted(const std::filesystem::path& at) { return pdfModule::support().isEncrypted(at); }
+bool TavrinEngine::isPDFEncrypted(const std::filesystem::path& at) {
+    try {
+        SourceFile::open(at).requireWithinSizeLimit(FileType::pdf);
+    } catch (const PipelineError&) {
+        return false;
+    }
+    return pdfModule::support().isEncrypted(at);
+}
 
 CleaningResult TavrinEngine::cleanEncryptedPDF(const std::filesystem::path& at, const std::string& password,
                                                const CleaningProfile& with, const PDFPasswordPolicy& policy,

@@ -25,6 +25,8 @@ public:
     const EngineConfiguration& configuration() const { return configuration_; }
     CleaningPipeline& pipeline() { return *pipeline_; }
 
+    // See CleaningPipeline::checkSource: what every operation checks before it reads a byte.
+    FileType checkSource(const std::filesystem::path& fileAt) const { return pipeline_->checkSource(fileAt); }
     MetadataTree inspect(const std::filesystem::path& fileAt) const { return pipeline_->inspect(fileAt); }
     CleaningResult clean(const std::filesystem::path& fileAt, const CleaningProfile& with,
                          const std::filesystem::path& outputDirectory) const {
@@ -58,6 +60,8 @@ public:
 
     // PDF passwords. Each stages its output like cleanToFile and throws PDFPasswordError (or a
     // FileSystemError from the final move); nothing reaches `outputURL` unless it was verified.
+    // False for anything that is not a regular PDF within its size limit (the clean that follows
+    // refuses it with the reason).
     static bool isPDFEncrypted(const std::filesystem::path& at);
     CleaningResult cleanEncryptedPDF(const std::filesystem::path& at, const std::string& password,
                                      const CleaningProfile& with, const PDFPasswordPolicy& policy,

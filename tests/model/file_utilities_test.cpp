@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "model/data_size.h"
 #include "model/file_hash.h"
 #include "model/file_system.h"
@@ -73,6 +75,32 @@ TEST(FileSystem, moveNeverReplaces) {
     fs::moveItemNoReplace(dir / "a", dir / "c");
     EXPECT_EQ(testing::readFile(dir / "c"), "new");
     EXPECT_FALSE(std::filesystem::exists(dir / "a"));
+}
+
+// Within one file system and across two (the shared-memory file system stands for a temporary
+// folder on another disk): the data arrives whole, the staged file goes, nothing hidden is left
+// beside the destination, and an existing file is never replaced.
+TEST(FileSystem, publishAcrossFileSystemsLeavesNoStagedCopy) {
+    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "no /dev/shm";
+    testing::TempDir dir;
+    const std::string data(300000, 'x');
+    for (const bool acrossFileSystems : {false, true}) {
+        SCOPED_TRACE(acrossFileSystems ? "across file systems" : "one file system");
+        const auto from = acrossFileSystems ? std::filesystem::path("/dev/shm") / ("tavrin_publish_" + std::to_string(::getpid()))
+                                            : dir / "staged.bin";
+        const auto out = dir / (acrossFileSystems ? "across" : "within");
+        std::filesystem::create_directories(out);
+        testing::writeFile(from, data);
+        testing::writeFile(out / "taken.bin", "old");
+        EXPECT_THROW(fs::moveItemNoReplace(from, out / "taken.bin"), FileSystemError);
+        EXPECT_EQ(testing::readFile(out / "taken.bin"), "old");
+        fs::moveItemNoReplace(from, out / "photo_cleaned.bin");
+        EXPECT_EQ(testing::readFile(out / "photo_cleaned.bin"), data);
+        EXPECT_FALSE(std::filesystem::exists(from));
+        std::size_t entries = 0;
+        for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(out)) ++entries;
+        EXPECT_EQ(entries, 2u);
+    }
 }
 
 }  // namespace
