@@ -17,8 +17,7 @@ std::string AVContainerError::description() const {
         case Case::tooManyItems: text = "The file holds too many metadata items"; break;
         case Case::structureTooLarge: text = "A metadata structure is too large to read"; break;
     }
-    if (!detail().empty()) text += " (" + detail() + ")";
-    return text;
+    return withDetail(std::move(text), detail());
 }
 
 std::string AVMetadataReaderError::description() const {
@@ -33,8 +32,8 @@ std::string AVWriterError::description() const {
     switch (errorCase()) {
         case Case::unsupportedFormat: return "Unsupported AV format: " + detail();
         case Case::cannotCreateExportSession:
-            return "Cannot create AVAssetExportSession for passthrough export" + (detail().empty() ? "" : " (" + detail() + ")");
-        case Case::exportFailed: return "AV metadata export failed" + (detail().empty() ? "" : " (" + detail() + ")");
+            return withDetail("Cannot create AVAssetExportSession for passthrough export", detail());
+        case Case::exportFailed: return withDetail("AV metadata export failed", detail());
     }
     return "";
 }

@@ -40,7 +40,7 @@ private:
     std::string text_;
 };
 
-// The stand-in for the platform's file errors that records and the container raise.
+// The file errors that records and the container raise.
 class FileAccessError : public std::exception {
 public:
     enum class Case {

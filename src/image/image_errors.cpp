@@ -2,13 +2,6 @@
 
 namespace tavrin {
 
-namespace {
-std::string withDetail(std::string text, const std::string& detail) {
-    if (!detail.empty()) text += " (" + detail + ")";
-    return text;
-}
-}  // namespace
-
 std::string ImageFormatError::description() const {
     switch (errorCase()) {
         case Case::unknownFormat: return withDetail("Not an image format Tavrin can read", detail());

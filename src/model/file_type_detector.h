@@ -6,13 +6,22 @@
 #include <string>
 
 #include "model/file_type.h"
+#include "model/typed_error.h"
 #include "model/source_file.h"
 
 namespace tavrin {
 
-class FileTypeDetectionError : public std::exception {
+enum class FileTypeDetectionErrorCase { emptyFile, fileTooSmall, unknownFormat, fileNotReadable, encryptedOfficeDocument };
+
+class FileTypeDetectionError : public TypedError<FileTypeDetectionErrorCase> {
 public:
-    enum class Case { emptyFile, fileTooSmall, unknownFormat, fileNotReadable, encryptedOfficeDocument };
+    FileTypeDetectionError(Case c, std::filesystem::path url);
+    const std::filesystem::path& url() const { return url_; }
+    std::string description() const;
+
+private:
+    std::filesystem::path url_;
+};
     FileTypeDetectionError(Case c, std::filesystem::path url);
     Case errorCase() const { return case_; }
     const std::filesystem::path& url() const { return url_; }

@@ -9,6 +9,12 @@
 
 namespace tavrin {
 
+// `text`, then `detail` in brackets when there is one: "Image data is damaged (a box overruns its parent)".
+inline std::string withDetail(std::string text, const std::string& detail) {
+    if (!detail.empty()) text += " (" + detail + ")";
+    return text;
+}
+
 template <typename CaseType>
 class TypedError : public std::exception {
 public:

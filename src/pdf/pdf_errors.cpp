@@ -2,15 +2,6 @@
 
 namespace tavrin {
 
-namespace {
-
-std::string withDetail(std::string text, const std::string& detail) {
-    if (!detail.empty()) text += " (" + detail + ")";
-    return text;
-}
-
-}  // namespace
-
 std::string PDFMetadataReaderError::description() const {
     std::string text;
     switch (errorCase()) {
