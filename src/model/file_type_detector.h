@@ -22,17 +22,6 @@ public:
 private:
     std::filesystem::path url_;
 };
-    FileTypeDetectionError(Case c, std::filesystem::path url);
-    Case errorCase() const { return case_; }
-    const std::filesystem::path& url() const { return url_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::filesystem::path url_;
-    std::string text_;
-};
 
 struct FileTypeDetector {
     // Throws FileTypeDetectionError, or FileSystemError when the file cannot be opened for the

@@ -38,27 +38,6 @@ private:
     }
     std::string part_;
 };
-    static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
-    // A ZIP of another kind under an Office extension; `reason` says what it is or lacks.
-    static OfficeMetadataReaderError notAnOfficePackage(std::string reason) {
-        return OfficeMetadataReaderError(Case::notAnOfficePackage, "", std::move(reason));
-    }
-    static OfficeMetadataReaderError xmlParsingFailed(std::string part, std::string reason) {
-        return OfficeMetadataReaderError(Case::xmlParsingFailed, std::move(part), std::move(reason));
-    }
-    Case errorCase() const { return case_; }
-    const std::string& part() const { return part_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    OfficeMetadataReaderError(Case c, std::string part, std::string reason)
-        : case_(c), part_(std::move(part)), reason_(std::move(reason)), text_(description()) {}
-    Case case_;
-    std::string part_;
-    std::string reason_;
-    std::string text_;
-};
 
 class OfficeMetadataReader : public MetadataReader {
 public:

@@ -38,24 +38,6 @@ public:
 private:
     OfficeWriterError(Case c, std::string path) : TypedError(c, std::move(path)) { setText(description()); }
 };
-    static OfficeWriterError satelliteDecodeFailed(std::string path) {
-        return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
-    }
-    // `reason` says what the file is instead, or what it lacks.
-    static OfficeWriterError notAnOfficePackage(std::string reason) {
-        return OfficeWriterError(Case::notAnOfficePackage, std::move(reason));
-    }
-    Case errorCase() const { return case_; }
-    const std::string& path() const { return path_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    OfficeWriterError(Case c, std::string path) : case_(c), path_(std::move(path)), text_(description()) {}
-    Case case_;
-    std::string path_;
-    std::string text_;
-};
 
 class OfficeMetadataWriter : public MetadataWriter {
 public:
