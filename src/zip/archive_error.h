@@ -26,6 +26,8 @@ enum class ArchiveErrorCase {
     invalidCentralDirectoryEntryCount,
     missingEndOfCentralDirectoryRecord,
     uncontainedSymlink,
+    // An honestly sized entry larger than its reader will take whole into memory.
+    entryExceedsSizeLimit,
 };
 
 class ArchiveError : public TypedError<ArchiveErrorCase> {
