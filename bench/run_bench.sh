@@ -183,3 +183,6 @@ fi
 echo
 echo "Store (open, recently cleaned of 100,000, a 2,000-file insert)"
 "$build/bin/tavrin-store-bench" "$work/store" | tail -n +2
+echo
+echo "Watched folders (close to clean copy; 1,000 files at once)"
+python3 "$(dirname "$0")/watch_bench.py" "$tavrin" samples/files/beach-photo.jpg 1000

@@ -23,6 +23,10 @@ fi
 section "Inspecting the sample files"
 "$tavrin" inspect "${samples[@]}"
 
+section "Is anything there to remove? (tavrin check writes nothing)"
+"$tavrin" check "$files"
+echo "(exit status $?: 0 nothing to remove, 1 something would be removed, 2 could not check)"
+
 section "Cleaning them into $(cd "$out" && pwd) (profile: maximum-privacy)"
 "$tavrin" clean --output-dir "$out" "$files"
 status=$?
@@ -31,6 +35,9 @@ cleaned=("$out"/*)
 if [ ${#cleaned[@]} -gt 0 ]; then
   section "What is left in the cleaned copies"
   "$tavrin" inspect "${cleaned[@]}"
+  section "Checking the cleaned copies"
+  "$tavrin" check "$out"
+  echo "(exit status $?)"
 fi
 
 # Office documents before and after: the author, comments, tracked changes and hidden sheets

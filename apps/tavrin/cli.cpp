@@ -5,10 +5,13 @@
 #include <iostream>
 #include <thread>
 
+#include "check_command.h"
+#include "command_line_docs.h"
 #include "commands.h"
 #include "handoff_commands.h"
 #include "pdf_commands.h"
 #include "store_commands.h"
+#include "watch_command.h"
 #include "model/cleaning_profile.h"
 
 namespace tavrin::cli {
@@ -19,6 +22,7 @@ int run(int argc, char** argv) {
                  "tavrin"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "tavrin 0.1.0");
+    app.footer(kExitStatusText);
 
     CommonOptions formatsOptions;
     auto* formats = app.add_subcommand("formats", "List the file types Tavrin knows and what it can do with each");
@@ -32,7 +36,8 @@ int run(int argc, char** argv) {
     inspect->add_option("--exiftool", inspectOptions.exifTool, "Use the exiftool at PATH (or 'auto') as a fallback");
     inspect->add_option("--exiftool-timeout", inspectOptions.exifToolTimeout, "Seconds one exiftool run may take (default 60)")
         ->check(CLI::Range(1u, 3600u));
-    inspect->add_option("FILE", inspectFiles, "Files to inspect")->required();
+    addBatchOptions(*inspect, inspectOptions.batch);
+    inspect->add_option("FILE", inspectFiles, "Files to inspect");
 
     CleanOptions cleanOptions;
     auto* clean = app.add_subcommand(
@@ -41,9 +46,9 @@ int run(int argc, char** argv) {
         "copy that cannot be verified is not written.");
     clean->add_option("--profile", cleanOptions.profile,
                       "maximum-privacy (default), standard-sharing, client-deliverable or location-only");
-    clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    clean->add_option("--remove", cleanOptions.remove, "Also remove this item id or key (repeatable)")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    clean->add_option("--output-dir", cleanOptions.outputDir, "Write the cleaned copies into DIR instead of beside each file");
+    clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("--remove", cleanOptions.remove, "Also remove this item id or key (repeatable)")->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    clean->add_option("-o,--output-dir", cleanOptions.outputDir, "Write the cleaned copies into DIR instead of beside each file");
     clean->add_option("--jobs", cleanOptions.jobs, "Files cleaned in parallel (default: cores, at most 8)")
         ->check(CLI::Range(1u, 64u));
     clean->add_flag("--json", cleanOptions.common.json, "Print a JSON array of per-file reports");
@@ -53,8 +58,11 @@ int run(int argc, char** argv) {
     clean->add_option("--password", cleanOptions.password,
                       "Password of encrypted PDFs ('-' reads it from standard input; default: $TAVRIN_PDF_PASSWORD). "
                       "Their cleaned copies keep it as their open password.");
-    clean->add_option("PATH", cleanOptions.paths, "Files or folders (folders are walked; hidden files are skipped)")
-        ->required();
+    addBatchOptions(*clean, cleanOptions.common.batch);
+    clean->add_option("PATH", cleanOptions.paths, "Files or folders (folders are walked; hidden files are skipped)");
+
+    CheckOptions checkOptions;
+    auto* check = addCheckCommand(app, checkOptions);
 
     PDFPasswordOptions addOptions;
     PDFPasswordOptions removeOptions;
@@ -80,7 +88,9 @@ int run(int argc, char** argv) {
     HandoffCommands handoff(app);
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
+    WatchCommands watch(app);
 
+    if (auto generated = runGenerator(app, argc, argv)) return *generated;
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -95,8 +105,9 @@ int run(int argc, char** argv) {
     }
 
     if (auto status = handoff.runIfChosen()) return *status;
-    if (*clean && !CleaningProfile::isPresetName(cleanOptions.profile)) {
-        std::cerr << "tavrin: unknown profile '" << cleanOptions.profile
+    if (auto status = watch.runIfChosen()) return *status;
+    if ((*clean || *check) && !CleaningProfile::isPresetName(*check ? checkOptions.profile : cleanOptions.profile)) {
+        std::cerr << "tavrin: unknown profile '" << (*check ? checkOptions.profile : cleanOptions.profile)
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
         return kUsage;
     }
@@ -109,11 +120,23 @@ int run(int argc, char** argv) {
         }
         return *addPassword ? runPDFAddPassword(addOptions) : runPDFRemovePassword(removeOptions);
     }
-    const CommonOptions& common = *formats ? formatsOptions : *inspect ? inspectOptions : cleanOptions.common;
+    const CommonOptions& common = *formats ? formatsOptions
+                                  : *inspect ? inspectOptions
+                                  : *check   ? checkOptions.common
+                                             : cleanOptions.common;
     if (auto problem = exifToolOptionProblem(common)) {
         std::cerr << "tavrin: " << *problem << "\n";
         return kUsage;
     }
+    if (!*formats) {
+        const bool havePaths = *inspect ? !inspectFiles.empty() : *check ? !checkOptions.paths.empty()
+                                                                         : !cleanOptions.paths.empty();
+        if (auto problem = batchOptionProblem(common.batch, common.json, havePaths)) {
+            std::cerr << "tavrin: " << *problem << "\n";
+            return kUsage;
+        }
+    }
+    if (*check) return runCheck(checkOptions);
     if (*formats) return runFormats(formatsOptions);
     if (*inspect) return runInspect(inspectOptions, inspectFiles);
     if (*clean) {

@@ -15,7 +15,9 @@
 #include "pipeline/batch_runner.h"
 #include "pipeline/tavrin_engine.h"
 #include "exiftool/process_runner.h"
+#include "input_list.h"
 #include "input_paths.h"
+#include "jsonl_output.h"
 #include "pdf_commands.h"
 #include "report.h"
 
@@ -46,12 +48,6 @@ std::optional<std::string> resolveExifTool(const std::optional<std::string>& opt
         start = end + 1;
     }
     return std::nullopt;
-}
-
-EngineConfiguration configurationFor(const CommonOptions& options) {
-    if (auto path = resolveExifTool(options.exifTool))
-        return EngineConfiguration::pro(*path).withExifToolTimeout(std::chrono::seconds(options.exifToolTimeout));
-    return EngineConfiguration::standard();
 }
 
 std::string errorText(std::exception_ptr error) { return describeError(error); }
@@ -102,6 +98,12 @@ CleaningResult cleanProtectedPDF(const TavrinEngine& engine, const FileReport& r
 
 }  // namespace
 
+EngineConfiguration configurationFor(const CommonOptions& options) {
+    if (auto path = resolveExifTool(options.exifTool))
+        return EngineConfiguration::pro(*path).withExifToolTimeout(std::chrono::seconds(options.exifToolTimeout));
+    return EngineConfiguration::standard();
+}
+
 std::optional<std::string> exifToolOptionProblem(const CommonOptions& options) {
     if (!options.exifTool) return std::nullopt;
     const auto path = resolveExifTool(options.exifTool);
@@ -146,7 +148,16 @@ int runFormats(const CommonOptions& options) {
     return kSuccess;
 }
 
-int runInspect(const CommonOptions& options, const std::vector<std::filesystem::path>& files) {
+int runInspect(const CommonOptions& options, const std::vector<std::filesystem::path>& givenFiles) {
+    const auto started = std::chrono::steady_clock::now();
+    const auto list = collectInputs(givenFiles, options.batch, false);
+    if (list.error) {
+        std::cerr << "tavrin: " << *list.error << "\n";
+        return kFailure;
+    }
+    std::vector<std::filesystem::path> files;
+    for (const auto& input : list.files) files.push_back(input.path);
+    JsonLinesWriter lines(std::cout);
     TavrinEngine engine(configurationFor(options));
     json out = json::array();
     int status = kSuccess;
@@ -154,18 +165,25 @@ int runInspect(const CommonOptions& options, const std::vector<std::filesystem::
         try {
             if (fs::isDirectory(file)) throw PipelineError::sourceFileNotAccessible(file);
             MetadataTree tree = engine.inspect(file);
-            if (options.json) out.push_back(tree);
-            else printTree(std::cout, file, tree);
+            if (options.batch.jsonl) {
+                json line = tree;
+                line["path"] = file.string();
+                lines.write(line);
+            } else if (options.json) out.push_back(tree);
+            else if (!options.batch.quiet) printTree(std::cout, file, tree);
         } catch (...) {
             status = kFailure;
             const std::string text = errorText(std::current_exception());
             const auto reason = errorReason(std::current_exception());
-            if (options.json) out.push_back(inspectErrorJSON(file, text, reason));
+            const json entry = inspectErrorJSON(file, text, reason);
+            if (options.batch.jsonl) lines.write(entry);
+            else if (options.json) out.push_back(entry);
             else printError(std::cerr, file, text);
         }
-        if (!options.json && files.size() > 1) std::cout << "\n";
+        if (!options.json && !options.batch.jsonl && !options.batch.quiet && files.size() > 1) std::cout << "\n";
     }
     if (options.json) std::cout << dumpJSON(out) << "\n";
+    printRunSummary(options.batch, files.size(), std::chrono::steady_clock::now() - started);
     return status;
 }
 
@@ -180,8 +198,19 @@ int runClean(const CleanOptions& options) {
     profile.specificKeysToKeep.insert(options.keep.begin(), options.keep.end());
     profile.specificKeysToRemove.insert(options.remove.begin(), options.remove.end());
 
+    const auto started = std::chrono::steady_clock::now();
+    const BatchOptions& batch = options.common.batch;
+    const auto list = collectInputs(options.paths, batch);
+    if (list.error) {
+        std::cerr << "tavrin: " << *list.error << "\n";
+        return kFailure;
+    }
+    const auto& inputs = list.files;
+    if (inputs.empty() && batch.shard) {  // this worker's share of the list is empty
+        printRunSummary(batch, 0, std::chrono::steady_clock::now() - started);
+        return kSuccess;
+    }
     TavrinEngine engine(configurationFor(options.common));
-    const auto inputs = expandInputPaths(options.paths);
     if (inputs.empty()) {
         std::cerr << "tavrin: no files found in the given folders (hidden files are skipped)\n";
         return kFailure;
@@ -217,22 +246,28 @@ int runClean(const CleanOptions& options) {
     // Lines are printed in input order as results arrive: a finished file waits for those before
     // it. onFinished runs one call at a time, so the cursor needs no lock of its own.
     {
-        ProgressBar progress(reports.size(), reports.size() > 1);
+        ProgressBar progress(reports.size(), reports.size() > 1 && !batch.quiet);
+        JsonLinesWriter lines(std::cout);
         std::vector<bool> done(reports.size(), false);
         std::size_t printed = 0;
-        BatchRunOptions batch;
-        batch.maxParallel = options.jobs;
-        batch.onFinished = [&](std::size_t index, std::size_t completed) {
+        BatchRunOptions run;
+        run.maxParallel = options.jobs;
+        run.onFinished = [&](std::size_t index, std::size_t completed) {
             done[index] = true;
             for (; printed < reports.size() && done[printed]; ++printed) {
-                if (options.common.json) continue;
+                if (batch.jsonl) {
+                    lines.write(cleanReportJSON(reports[printed]));
+                    continue;
+                }
+                if (options.common.json || (batch.quiet && reports[printed].result)) continue;
                 if (::isatty(STDERR_FILENO) && reports.size() > 1) std::cerr << "\r" << std::string(48, ' ') << "\r";
                 printCleanLine(std::cout, std::cerr, reports[printed]);
+                if (batch.verbose) printRemovedItems(std::cout, reports[printed]);
             }
             std::cout.flush();
             progress.advance(completed);
         };
-        runBatch(reports.size(), cleanOne, batch);
+        runBatch(reports.size(), cleanOne, run);
     }
 
     std::size_t failed = 0;
@@ -243,10 +278,11 @@ int runClean(const CleanOptions& options) {
     }
     if (options.common.json) {
         std::cout << dumpJSON(out) << "\n";
-    } else {
+    } else if (!batch.jsonl && !batch.quiet) {
         std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", reports.size() - failed, reports.size(),
                                  reports.size() == 1 ? "" : "s", failed ? fmt::format(", {} failed", failed) : "");
     }
+    printRunSummary(batch, reports.size(), std::chrono::steady_clock::now() - started);
     return failed == 0 && !reports.empty() ? kSuccess : kFailure;
 }
 

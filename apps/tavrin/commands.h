@@ -6,12 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "batch_options.h"
+
+namespace tavrin {
+class EngineConfiguration;
+}
+
 namespace tavrin::cli {
 
 struct CommonOptions {
     bool json = false;
     std::optional<std::string> exifTool;  // a path, or "auto" to search PATH
     unsigned exifToolTimeout = 60;         // seconds one run of exiftool may take
+    BatchOptions batch;                    // inspect, clean and check: lists, shards, output
 };
 
 struct CleanOptions {
@@ -24,6 +31,9 @@ struct CleanOptions {
     std::vector<std::filesystem::path> paths;
     std::optional<std::string> password;  // opens encrypted PDFs, which stay protected by it
 };
+
+// The engine configuration the options ask for.
+EngineConfiguration configurationFor(const CommonOptions& options);
 
 // What is wrong with the --exiftool option, for people; absent when it is usable or not given.
 std::optional<std::string> exifToolOptionProblem(const CommonOptions& options);

@@ -17,6 +17,9 @@ namespace tavrin::cli {
 struct OpenURLOptions {
     std::optional<std::string> menuAction;  // "clean:PRESET" or "open": the arguments are files
     std::vector<std::string> arguments;     // one URL, or the files of a menu entry
+    // Give each link to the desktop app when it runs or the bus can start it; false (--here)
+    // carries every link out in this process.
+    bool handToApp = true;
 };
 
 struct IntegrateOptions {

@@ -81,6 +81,8 @@ HandoffCommands::HandoffCommands(CLI::App& app) {
         "open-url", "Carry out a tavrin: link (cleaned copies go beside the files; nothing is cleaned in place)");
     openURLCommand_->add_option("--menu", openURL_->menuAction,
                                 "Act as the file manager's menu entry: open, or clean:PRESET; the arguments are files");
+    openURLCommand_->add_flag("--here{false}", openURL_->handToApp,
+                              "Carry the link out in this process, even when the Tavrin app runs");
     openURLCommand_->add_option("ARGS", openURL_->arguments, "The tavrin: link, or with --menu the files")->required();
 
     integrateCommand_ = app.add_subcommand(

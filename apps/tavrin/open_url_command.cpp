@@ -1,4 +1,4 @@
-// `tavrin open-url`: carries out a tavrin: link here, without the app. A link never cleans in
+// `tavrin open-url`: hands a tavrin: link to the app, or carries it out here when the app is not there. A link never cleans in
 // place: cleaned copies go beside the files, or for "share" into a new temporary folder.
 #include <fmt/core.h>
 #include <iostream>
@@ -14,6 +14,7 @@
 #include "model/cleaning_profile.h"
 #include "model/pipeline_error.h"
 #include "pipeline/tavrin_engine.h"
+#include "services/app_handoff.h"
 #include "report.h"
 
 namespace tavrin::cli {
@@ -99,7 +100,7 @@ int CommandLineURLHandler::clean(const CleanRequest& request, const std::vector<
             report.error = describeError(std::current_exception());
             ++failed;
         }
-        printCleanLine(std::cout, report);
+        printCleanLine(std::cout, std::cerr, report);
     }
     const std::size_t total = request.fileURLs.size() + rejected.size();
     std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", total - failed, total,
@@ -132,13 +133,32 @@ int runOpenURL(const OpenURLOptions& options) {
     return runOpenURL(options, handler);
 }
 
+namespace {
+
+// The app takes the link when it can: it owns the queue and the windows the link may name. When
+// it is not there, or does not answer, the link is carried out here.
+int carryOut(const std::string& url, const OpenURLOptions& options, TavrinURLHandler& handler) {
+    if (options.handToApp) {
+        switch (handURLToApp(url)) {
+            case AppHandoffOutcome::handedOver: return kSuccess;
+            case AppHandoffOutcome::appNotRunning: break;
+            case AppHandoffOutcome::appFailed:
+                std::cerr << "tavrin: the Tavrin app did not take the link; carrying it out here\n";
+                break;
+        }
+    }
+    return dispatchTavrinURL(url, handler);
+}
+
+}  // namespace
+
 int runOpenURL(const OpenURLOptions& options, TavrinURLHandler& handler) {
     if (!options.menuAction) {
         if (options.arguments.size() != 1) {
             std::cerr << "tavrin: open-url takes one tavrin: link\n";
             return kUsage;
         }
-        return dispatchTavrinURL(options.arguments.front(), handler);
+        return carryOut(options.arguments.front(), options, handler);
     }
     const auto action = FinderMenuAction::fromToken(*options.menuAction);
     if (!action) {
@@ -154,7 +174,7 @@ int runOpenURL(const OpenURLOptions& options, TavrinURLHandler& handler) {
         return kFailure;
     }
     int status = kSuccess;
-    for (const auto& url : urls) status = std::max(status, dispatchTavrinURL(url, handler));
+    for (const auto& url : urls) status = std::max(status, carryOut(url, options, handler));
     return status;
 }
 

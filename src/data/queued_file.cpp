@@ -172,7 +172,7 @@ std::shared_ptr<ResolvedOriginalFileAccess> QueuedFile::beginResolvedOriginalFil
         try {
             url = resolveBookmarkedOriginalFileURL(bookmarks);
         } catch (const std::exception&) {
-            throw FileAccessError::fileReadNoPermission(originalSourcePath ? *originalSourcePath : originalFilePath);
+            throw RecordFileError::fileReadNoPermission(originalSourcePath ? *originalSourcePath : originalFilePath);
         }
         // Access needs no scope here, so starting it cannot fail and stopping it does nothing.
         return std::make_shared<ResolvedOriginalFileAccess>(url, [] {});

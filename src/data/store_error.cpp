@@ -40,18 +40,18 @@ std::string StoreError::description() const {
     return {};
 }
 
-FileAccessError::FileAccessError(Case c, std::filesystem::path path) : case_(c), path_(std::move(path)) {
+RecordFileError::RecordFileError(Case c, std::filesystem::path path) : case_(c), path_(std::move(path)) {
     text_ = description();
 }
 
-FileAccessError FileAccessError::fileWriteFileExists(const std::filesystem::path& path) {
+RecordFileError RecordFileError::fileWriteFileExists(const std::filesystem::path& path) {
     return {Case::fileWriteFileExists, path};
 }
-FileAccessError FileAccessError::fileReadNoPermission(const std::filesystem::path& path) {
+RecordFileError RecordFileError::fileReadNoPermission(const std::filesystem::path& path) {
     return {Case::fileReadNoPermission, path};
 }
 
-std::string FileAccessError::description() const {
+std::string RecordFileError::description() const {
     const std::string name = path_.filename().string();
     switch (case_) {
         case Case::fileWriteFileExists:

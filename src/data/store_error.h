@@ -40,16 +40,16 @@ private:
     std::string text_;
 };
 
-// The file errors that records and the container raise.
-class FileAccessError : public std::exception {
+// File errors that records and the container raise: a file in the way, a user file out of reach.
+class RecordFileError : public std::exception {
 public:
     enum class Case {
         fileWriteFileExists,   // something that is no directory is in the way
         fileReadNoPermission,  // the user's file cannot be reached
     };
 
-    static FileAccessError fileWriteFileExists(const std::filesystem::path& path);
-    static FileAccessError fileReadNoPermission(const std::filesystem::path& path);
+    static RecordFileError fileWriteFileExists(const std::filesystem::path& path);
+    static RecordFileError fileReadNoPermission(const std::filesystem::path& path);
 
     Case errorCase() const { return case_; }
     const std::filesystem::path& path() const { return path_; }
@@ -57,7 +57,7 @@ public:
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:
-    FileAccessError(Case c, std::filesystem::path path);
+    RecordFileError(Case c, std::filesystem::path path);
     Case case_;
     std::filesystem::path path_;
     std::string text_;

@@ -92,10 +92,15 @@ const std::vector<CleaningProfile>& CleaningProfile::builtInPresets() {
     return presets;
 }
 
+const std::vector<std::string_view>& CleaningProfile::presetNames() {
+    static const std::vector<std::string_view> names = {"maximum-privacy", "standard-sharing", "client-deliverable",
+                                                        "location-only"};
+    return names;
+}
+
 bool CleaningProfile::isPresetName(std::string_view presetName) {
     const std::string name = lower(presetName);
-    return name == "maximum-privacy" || name == "standard-sharing" || name == "client-deliverable" ||
-           name == "location-only";
+    return std::find(presetNames().begin(), presetNames().end(), name) != presetNames().end();
 }
 
 CleaningProfile CleaningProfile::from(std::string_view presetName) {

@@ -46,6 +46,8 @@ struct CleaningProfile {
     static CleaningProfile from(std::string_view presetName);
     // True when the name is one of the preset names above (case-insensitive).
     static bool isPresetName(std::string_view presetName);
+    // The preset names above, in that order.
+    static const std::vector<std::string_view>& presetNames();
 
     auto operator<=>(const CleaningProfile&) const = default;
     bool operator==(const CleaningProfile&) const = default;

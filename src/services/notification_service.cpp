@@ -1,7 +1,5 @@
 #include "services/notification_service.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <map>
@@ -11,40 +9,16 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include "services/session_bus.h"
+
 namespace tavrin {
 
 namespace {
 
 constexpr const char* members[] = {"queueUpdated", "processingComplete", "presetChanged"};
 
-// False when no bus can be there: every address is a socket path that does not exist, or no
-// address is known at all. A failed connection attempt costs the bus library memory that it never
-// frees, so hopeless attempts are not made.
-bool mayReachBus(const std::optional<std::string>& given) {
-    std::string addresses;
-    if (given) addresses = *given;
-    else if (const char* env = std::getenv("DBUS_SESSION_BUS_ADDRESS"); env && *env) addresses = env;
-    else if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
-        addresses = std::string("unix:path=") + runtime + "/bus";
-    else return false;
-    std::size_t start = 0;
-    while (start <= addresses.size()) {
-        const auto end = std::min(addresses.find(';', start), addresses.size());
-        const auto address = addresses.substr(start, end - start);
-        start = end + 1;
-        if (address.empty()) continue;
-        constexpr std::string_view pathPrefix = "unix:path=";
-        if (!address.starts_with(pathPrefix)) return true;  // not judged here: let the library try
-        auto path = address.substr(pathPrefix.size());
-        path = path.substr(0, path.find(','));
-        struct stat info {};
-        if (::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode)) return true;
-    }
-    return false;
-}
-
 std::unique_ptr<sdbus::IConnection> connect(const std::optional<std::string>& address) {
-    if (!mayReachBus(address)) throw sdbus::Error("org.freedesktop.DBus.Error.NoServer", "no session bus");
+    if (!mayReachSessionBus(address)) throw sdbus::Error("org.freedesktop.DBus.Error.NoServer", "no session bus");
     return address ? sdbus::createSessionBusConnectionWithAddress(*address) : sdbus::createSessionBusConnection();
 }
 
