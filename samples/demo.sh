@@ -51,6 +51,16 @@ if [ -x "$summary" ] && [ ${#office[@]} -gt 0 ]; then
   for f in "$out"/*.docx "$out"/*.xlsx "$out"/*.pptx; do "$summary" --summary "$f"; done
 fi
 
+# The queue, with a store and temporary folder of the demo's own, so the user's queue is untouched.
+queue_home="$(mktemp -d)"
+queue_run() { XDG_DATA_HOME="$queue_home/data" TMPDIR="$queue_home" "$tavrin" "$@"; }
+section "The queue: add the samples, process them with a preset, show the history"
+queue_run queue add --preset "Standard Sharing" "$files"
+queue_run queue process
+queue_run history
+queue_run queue remove --all
+rm -rf "$queue_home"
+
 section "Summary"
 if [ $status -eq 0 ]; then
   echo "Every sample was cleaned and verified."

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "handoff_commands.h"
 #include "pdf_commands.h"
+#include "queue_commands.h"
 #include "store_commands.h"
 #include "watch_command.h"
 #include "model/cleaning_profile.h"
@@ -89,6 +90,7 @@ int run(int argc, char** argv) {
     StoreCommandOptions storeOptions;
     addStoreCommands(app, storeOptions);
     WatchCommands watch(app);
+    QueueCommands queueCommands(app, storeOptions);
 
     if (auto generated = runGenerator(app, argc, argv)) return *generated;
     try {
@@ -111,6 +113,7 @@ int run(int argc, char** argv) {
                   << "'; use maximum-privacy, standard-sharing, client-deliverable or location-only\n";
         return kUsage;
     }
+    if (auto status = queueCommands.runIfChosen()) return *status;
     if (auto status = runStoreCommands(storeOptions)) return *status;
     if (*pdf) {
         const auto& options = *addPassword ? addOptions : removeOptions;

@@ -10,6 +10,7 @@
 #include "handoff/url_dispatch.h"
 #include "handoff_commands.h"
 #include "open_url_handler.h"
+#include "queue_url_handler.h"
 #include "input_paths.h"
 #include "model/cleaning_profile.h"
 #include "model/pipeline_error.h"
@@ -129,7 +130,7 @@ std::optional<std::filesystem::path> CommandLineURLHandler::makeShareFolder() {
 
 
 int runOpenURL(const OpenURLOptions& options) {
-    CommandLineURLHandler handler;
+    QueueURLHandler handler;
     return runOpenURL(options, handler);
 }
 

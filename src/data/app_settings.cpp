@@ -142,7 +142,7 @@ void AppSettings::setMaxConcurrentProcessing(std::int64_t value) {
 }
 
 const TableSpec& AppSettings::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "AppSettings",
         {
             {"id", ColumnKind::text},
@@ -167,7 +167,7 @@ const TableSpec& AppSettings::table() {
         RecordCodec<AppSettings>::fromRow,
         RecordCodec<AppSettings>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow AppSettings::toRow() const {

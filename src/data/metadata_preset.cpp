@@ -159,7 +159,7 @@ const std::vector<MetadataPreset::Factory>& MetadataPreset::builtInFactories() {
 }
 
 const TableSpec& MetadataPreset::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "MetadataPreset",
         {
             {"id", ColumnKind::text},
@@ -177,7 +177,7 @@ const TableSpec& MetadataPreset::table() {
         RecordCodec<MetadataPreset>::fromRow,
         RecordCodec<MetadataPreset>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow MetadataPreset::toRow() const {

@@ -13,7 +13,7 @@ double ProcessingHistory::sizeReductionPercent() const {
 }
 
 const TableSpec& ProcessingHistory::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "ProcessingHistory",
         {
             {"id", ColumnKind::text},
@@ -35,7 +35,7 @@ const TableSpec& ProcessingHistory::table() {
         RecordCodec<ProcessingHistory>::fromRow,
         RecordCodec<ProcessingHistory>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow ProcessingHistory::toRow() const {

@@ -172,7 +172,7 @@ std::shared_ptr<ResolvedOriginalFileAccess> QueuedFile::beginResolvedOriginalFil
         try {
             url = resolveBookmarkedOriginalFileURL(bookmarks);
         } catch (const std::exception&) {
-            throw RecordFileError::fileReadNoPermission(originalSourcePath ? *originalSourcePath : originalFilePath);
+            throw FileAccessError::fileReadNoPermission(originalSourcePath ? *originalSourcePath : originalFilePath);
         }
         // Access needs no scope here, so starting it cannot fail and stopping it does nothing.
         return std::make_shared<ResolvedOriginalFileAccess>(url, [] {});
@@ -188,7 +188,7 @@ void QueuedFile::assignStored(QueuedFile other) {
 }
 
 const TableSpec& QueuedFile::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "QueuedFile",
         {
             {"id", ColumnKind::text},
@@ -227,7 +227,7 @@ const TableSpec& QueuedFile::table() {
         RecordCodec<QueuedFile>::fromRow,
         RecordCodec<QueuedFile>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow QueuedFile::toRow() const {

@@ -102,7 +102,7 @@ struct QueuedFile {
     bool matchesOriginalSourceURL(const std::filesystem::path& url,
                                   const Bookmarks& bookmarks = Bookmarks::standard());
     // With a bookmark, its resolution; without, `originalSourcePath` or else the staged copy.
-    // Every failure is RecordFileError::fileReadNoPermission.
+    // Every failure is FileAccessError::fileReadNoPermission.
     std::shared_ptr<ResolvedOriginalFileAccess> beginResolvedOriginalFileAccess(
         const Bookmarks& bookmarks = Bookmarks::standard());
     // Runs `body` with the URL inside an access that always ends, passing on its result or error.

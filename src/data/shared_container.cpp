@@ -57,7 +57,7 @@ const SharedContainer& SharedContainer::ensureDirectories() const {
         std::error_code ec;
         const auto status = std::filesystem::status(*url, ec);
         if (std::filesystem::is_directory(status)) continue;
-        if (std::filesystem::exists(status)) throw RecordFileError::fileWriteFileExists(*url);
+        if (std::filesystem::exists(status)) throw FileAccessError::fileWriteFileExists(*url);
         std::filesystem::create_directories(*url, ec);
         if (ec)
             throw FileSystemError("Cannot create the folder \u201C" + url->string() + "\u201D: " + ec.message(),

@@ -39,7 +39,7 @@ struct SharedContainer {
     static SharedContainer current(const StoreEnvironment& environment);
 
     // Creates the root, "Staging" and "Cache" in that order. Something in the way that is no
-    // directory throws RecordFileError::fileWriteFileExists; a failed creation throws
+    // directory throws FileAccessError::fileWriteFileExists; a failed creation throws
     // FileSystemError; later directories are then left uncreated.
     const SharedContainer& ensureDirectories() const;
 };

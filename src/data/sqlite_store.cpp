@@ -1,5 +1,8 @@
 #include "data/sqlite_store.h"
 
+#include <chrono>
+#include <thread>
+
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -56,6 +59,8 @@ public:
     std::int64_t fetchCount(const TableSpec& table, const FetchRequest& request) override;
     void commit(const std::vector<StoreChange>& changes) override;
     std::string location() const override { return location_.string(); }
+    bool updateIfEqual(const TableSpec& table, const std::string& id, std::size_t column, const StoreValue& expected,
+                       const StoreValue& value) override;
 
 private:
     [[noreturn]] void fail(const SQLite::Exception& e, bool opening) const;
@@ -75,6 +80,25 @@ private:
     std::map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
     std::map<const TableSpec*, SQLite::Statement*> insertStatements_;
 };
+
+namespace {
+
+template <typename Step>
+void retryWhileBusy(Step&& step) {
+    const auto deadline = std::chrono::steady_clock::now() + kStoreBusyTimeout;
+    for (;;) {
+        try {
+            step();
+            return;
+        } catch (const SQLite::Exception& e) {
+            const int code = e.getErrorCode() & 0xff;
+            if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() >= deadline) throw;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+}  // namespace
 
 SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configuration)
     : location_(configuration.isStoredInMemoryOnly ? std::filesystem::path(":memory:") : configuration.url),
@@ -103,12 +127,16 @@ SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configu
             SQLITE_OK)
             throw SQLite::Exception(db_->getHandle(), SQLITE_ERROR);
         db_->exec("PRAGMA foreign_keys = ON");
-        if (!inMemory_) {
+        // Two processes opening a new store at once can meet where SQLite answers "busy" without
+        // waiting (a reader that must become the writer): such steps are tried again within the
+        // busy time-out.
+        retryWhileBusy([&] {
+            if (inMemory_) return;
             const std::string mode = db_->execAndGet("PRAGMA journal_mode = WAL").getString();
             if (mode != "wal") throw StoreError::cannotOpen(location_, "the store refused write-ahead logging");
-        }
+        });
         db_->exec("PRAGMA synchronous = FULL");
-        prepareSchema(schema);
+        retryWhileBusy([&] { prepareSchema(schema); });
     } catch (const SQLite::Exception& e) {
         fail(e, true);
     }
@@ -324,6 +352,22 @@ void SQLiteStore::commit(const std::vector<StoreChange>& changes) {
             }
         }
         transaction.commit();
+    } catch (const SQLite::Exception& e) {
+        fail(e, false);
+    }
+}
+
+bool SQLiteStore::updateIfEqual(const TableSpec& table, const std::string& id, std::size_t column,
+                                const StoreValue& expected, const StoreValue& value) {
+    std::lock_guard lock(mutex_);
+    try {
+        const std::string name = sqlName(table.columns.at(column).name);
+        auto& s = statement(fmt::format("UPDATE {} SET {} = ? WHERE \"id\" = ? AND {} IS ?", sqlName(table.name), name, name));
+        bind(s, 1, value);
+        s.bind(2, id);
+        bind(s, 3, expected);
+        const int changed = s.exec();
+        return changed > 0;
     } catch (const SQLite::Exception& e) {
         fail(e, false);
     }

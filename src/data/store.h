@@ -154,6 +154,11 @@ public:
     // All or nothing, in one transaction.
     virtual void commit(const std::vector<StoreChange>& changes) = 0;
     virtual std::string location() const = 0;
+    // Sets `column` of the row `id` to `value` only while the stored row holds `expected`, and
+    // says whether it did. The SQLite store does it in one statement, so that of two processes
+    // claiming one row exactly one succeeds; this default reads, then writes.
+    virtual bool updateIfEqual(const TableSpec& table, const std::string& id, std::size_t column,
+                               const StoreValue& expected, const StoreValue& value);
 };
 
 class ModelContext {
@@ -186,6 +191,16 @@ public:
         deleteObject(T::table(), object);
     }
 
+    // A conditional write straight to the store, outside this unit of work: the stored row of
+    // `object` takes `value` in `column` only while it holds `expected`. On success the record
+    // and what the context remembers of it take the value too; false when another writer got
+    // there first (the record is then left as it is). Throws StoreError.
+    template <class T>
+    bool updateIfEqual(const std::shared_ptr<T>& object, std::string_view column, const StoreValue& expected,
+                       const StoreValue& value) {
+        return updateObjectIfEqual(T::table(), object.get(), column, expected, value);
+    }
+
     // Writes every pending change in one transaction. On failure the changes stay pending and
     // the error (StoreError) is thrown.
     void save();
@@ -207,6 +222,8 @@ private:
     void deleteObject(const TableSpec& table, const std::shared_ptr<void>& object);
     std::vector<std::shared_ptr<void>> fetchObjects(const TableSpec& table, const FetchRequest& request);
     std::int64_t fetchCountOf(const TableSpec& table, const FetchRequest& request);
+    bool updateObjectIfEqual(const TableSpec& table, void* object, std::string_view column, const StoreValue& expected,
+                             const StoreValue& value);
     Tracked* findTracked(const TableSpec& table, const void* object);
     bool isPending(const Tracked& tracked) const;
     static std::string key(const TableSpec& table, const std::string& id);

@@ -40,28 +40,4 @@ std::string StoreError::description() const {
     return {};
 }
 
-RecordFileError::RecordFileError(Case c, std::filesystem::path path) : case_(c), path_(std::move(path)) {
-    text_ = description();
-}
-
-RecordFileError RecordFileError::fileWriteFileExists(const std::filesystem::path& path) {
-    return {Case::fileWriteFileExists, path};
-}
-RecordFileError RecordFileError::fileReadNoPermission(const std::filesystem::path& path) {
-    return {Case::fileReadNoPermission, path};
-}
-
-std::string RecordFileError::description() const {
-    const std::string name = path_.filename().string();
-    switch (case_) {
-        case Case::fileWriteFileExists:
-            return fmt::format("The file \u201C{}\u201D couldn\u2019t be saved because a file with the same name already exists.",
-                               name);
-        case Case::fileReadNoPermission:
-            return fmt::format("The file \u201C{}\u201D couldn\u2019t be opened because you don\u2019t have permission to view it.",
-                               name);
-    }
-    return {};
-}
-
 }  // namespace tavrin

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "model/file_access_error.h"
+
 namespace tavrin {
 
 class StoreError : public std::exception {
@@ -37,29 +39,6 @@ private:
     Case case_;
     std::filesystem::path path_;
     std::string reason_;
-    std::string text_;
-};
-
-// File errors that records and the container raise: a file in the way, a user file out of reach.
-class RecordFileError : public std::exception {
-public:
-    enum class Case {
-        fileWriteFileExists,   // something that is no directory is in the way
-        fileReadNoPermission,  // the user's file cannot be reached
-    };
-
-    static RecordFileError fileWriteFileExists(const std::filesystem::path& path);
-    static RecordFileError fileReadNoPermission(const std::filesystem::path& path);
-
-    Case errorCase() const { return case_; }
-    const std::filesystem::path& path() const { return path_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    RecordFileError(Case c, std::filesystem::path path);
-    Case case_;
-    std::filesystem::path path_;
     std::string text_;
 };
 

@@ -14,6 +14,8 @@
 
 #include "model/uuid.h"
 
+#include "model/json_nesting.h"
+
 namespace tavrin {
 
 using Date = std::chrono::system_clock::time_point;
@@ -34,9 +36,6 @@ std::optional<Date> dateFromISOString(std::string_view text);
 // Milliseconds are what the store keeps; dates compare equal after a round trip when cut to them.
 Date storedPrecision(Date date);
 
-// The JSON parser recurses: untrusted JSON is parsed only when its nesting stays within this
-// depth (brackets inside strings do not count).
-bool jsonNestingWithin(std::string_view text, int maximumDepth);
 
 namespace storeValue {
 

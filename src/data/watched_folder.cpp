@@ -58,7 +58,7 @@ std::filesystem::path WatchedFolder::startAccessing(const Bookmarks& bookmarks) 
 void WatchedFolder::stopAccessing(const std::filesystem::path&) const {}
 
 const TableSpec& WatchedFolder::table() {
-    static const TableSpec spec{
+    static const TableSpec table{
         "WatchedFolder",
         {
             {"id", ColumnKind::text},
@@ -73,7 +73,7 @@ const TableSpec& WatchedFolder::table() {
         RecordCodec<WatchedFolder>::fromRow,
         RecordCodec<WatchedFolder>::assignRow,
     };
-    return spec;
+    return table;
 }
 
 StoreRow WatchedFolder::toRow() const {

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <limits>
 
+#include "model/json_nesting.h"
 #include "model/pipeline_error.h"
 
 namespace tavrin {
@@ -67,26 +68,6 @@ std::size_t utf8SequenceLength(const unsigned char* p, std::size_t available) {
     return length;
 }
 
-// Brackets outside strings, counted without building anything; the JSON parser builds only
-// what passes.
-bool nestingWithin(std::string_view text, int maxDepth) {
-    int depth = 0;
-    bool inString = false, escaped = false;
-    for (char c : text) {
-        if (inString) {
-            if (escaped) escaped = false;
-            else if (c == '\\') escaped = true;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > maxDepth) return false;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -215,7 +196,7 @@ std::vector<MetadataItem> parseExifToolJSON(std::string_view data, const std::fi
     // exiftool prints file names and some values as the raw bytes it found; the parser insists
     // on UTF-8, so stray bytes become U+FFFD rather than failing the whole read.
     const std::string text = replacingInvalidUTF8(data);
-    if (!nestingWithin(text, kExifToolMaxJSONDepth))
+    if (!jsonNestingWithin(text, kExifToolMaxJSONDepth))
         throw PipelineError::exifToolFailed(
             "Failed to parse ExifTool JSON: nested deeper than " + std::to_string(kExifToolMaxJSONDepth) + " levels");
     nlohmann::ordered_json root;

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "model/text_encoding.h"
+
 namespace tavrin {
 
 // One "name=value" pair of a query, percent-decoded. `value` is absent when the pair has no "="
@@ -39,7 +41,6 @@ struct URLParts {
 std::string percentEncode(std::string_view text);
 // Decodes %XX escapes; absent for a broken escape.
 std::optional<std::string> percentDecode(std::string_view text);
-bool isValidUTF8(std::string_view text);
 
 // The local files of a text/uri-list: "file://" URIs (with an empty or "localhost" host), one a
 // line; comments, other schemes and undecodable lines are skipped. Bounded by `maximumItems`.

@@ -60,9 +60,11 @@ bool looksLikeUuid(std::string_view text) {
     return true;
 }
 
-// "tavrin…_<UUID>": the names createDirectory makes.
+// "tavrin…_<UUID>": the names createDirectory makes. A queue's outputs ("tavrin_output_<UUID>")
+// outlive the run that made them until they are exported or removed; the queue's own recovery
+// looks after them, so no sweep takes them.
 bool isOurFolderName(std::string_view name) {
-    return name.rfind("tavrin", 0) == 0 && name.size() > kUuidLength + 1 &&
+    return name.rfind("tavrin", 0) == 0 && name.rfind("tavrin_output_", 0) != 0 && name.size() > kUuidLength + 1 &&
            name[name.size() - kUuidLength - 1] == '_' && looksLikeUuid(name.substr(name.size() - kUuidLength));
 }
 

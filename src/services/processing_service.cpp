@@ -1,11 +1,19 @@
 #include "services/processing_service.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 #include <mutex>
 
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
+#include "model/temporary_directories.h"
 #include "model/temporary_file.h"
+#include "model/uuid.h"
 #include "pipeline/batch_runner.h"
 
 namespace tavrin {
@@ -27,7 +35,13 @@ ProcessingService::ProcessingService(int concurrencyLimit, std::shared_ptr<const
     : concurrencyLimit_(std::clamp(concurrencyLimit, minConcurrency, maxConcurrency)), engine_(std::move(engine)) {}
 
 CleaningResult ProcessingService::processFile(const std::filesystem::path& at, const CleaningProfile& profile) const {
-    const auto directory = TemporaryFile::makeTemporaryDirectory(outputDirectoryPrefix);
+    // Not a claimed temporary folder: the output outlives this process, until the queue exports
+    // or removes it.
+    const auto directory =
+        temporaries::root() / fmt::format("{}_{}", outputDirectoryPrefix, Uuid::random().uuidString());
+    // Made private at once (0700): the cleaned copy of a user's file goes in it.
+    if (::mkdir(directory.c_str(), 0700) != 0)
+        throw FileSystemError(fmt::format("Cannot create a temporary folder: {}", std::strerror(errno)), errno);
     try {
         return engine_->clean(at, profile, directory);
     } catch (...) {

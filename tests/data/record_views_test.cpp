@@ -189,8 +189,8 @@ TEST(QueuedFileAccess, bookmarksResolveRenewWhenStaleAndFallBack) {
     try {
         f->beginResolvedOriginalFileAccess();
         FAIL() << "no error";
-    } catch (const RecordFileError& e) {
-        EXPECT_EQ(e.errorCase(), RecordFileError::Case::fileReadNoPermission);
+    } catch (const FileAccessError& e) {
+        EXPECT_EQ(e.errorCase(), FileAccessError::Case::fileReadNoPermission);
     }
     f->originalFileBookmarkData = Blob{'{', '}'};
     EXPECT_EQ(f->resolvedOriginalFileURL(), dir / "staged.pdf") << "unreadable bookmark";

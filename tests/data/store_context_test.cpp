@@ -257,8 +257,8 @@ TEST(StoreConfiguration, aFileInPlaceOfStagingStopsEnsureDirectoriesBeforeCache)
     try {
         container.ensureDirectories();
         FAIL() << "no error";
-    } catch (const RecordFileError& e) {
-        EXPECT_EQ(e.errorCase(), RecordFileError::Case::fileWriteFileExists);
+    } catch (const FileAccessError& e) {
+        EXPECT_EQ(e.errorCase(), FileAccessError::Case::fileWriteFileExists);
     }
     EXPECT_FALSE(std::filesystem::exists(container.cacheDirectoryURL));
 

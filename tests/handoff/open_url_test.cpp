@@ -119,7 +119,6 @@ TEST_F(OpenURLCommand, hostileLinksTouchNothing) {
         {"long link", "tavrin://clean?file=/" + std::string(120000, 'a'), "no such file"},
         {"scheme in upper case", "TAVRIN://clean?file=" + dirText + "/photo.jpg", "not a tavrin: link"},
         {"unknown host", "tavrin://delete?file=" + dirText + "/photo.jpg", "unknown command"},
-        {"enqueue needs the queue", "tavrin://enqueue?file=" + dirText + "/photo.jpg", "needs the Tavrin app's queue"},
     };
     const auto before = snapshot(dir.path());
     for (const auto& c : cases) {
@@ -133,6 +132,21 @@ TEST_F(OpenURLCommand, hostileLinksTouchNothing) {
         EXPECT_NE(run.out.find("not readable"), std::string::npos) << run.out;
         EXPECT_EQ(snapshot(dir.path()), before);
     }
+}
+
+TEST_F(OpenURLCommand, enqueueAddsTheFileToTheUsersQueueAndChangesNothingBesideIt) {
+    const auto data = dir / "data";
+    const std::string env = "XDG_DATA_HOME=" + shellQuote(data.string()) + " ";
+    const char* bin = std::getenv("TAVRIN_BIN");
+    const std::string tavrin = env + std::string(bin ? bin : "build/bin/tavrin");
+    std::string out;
+    EXPECT_EQ(testing::runCommand(tavrin + " open-url " + shellQuote(TavrinURL::enqueueURL({photo})) + " 2>&1", &out), 0)
+        << out;
+    EXPECT_NE(out.find("Added to the queue"), std::string::npos) << out;
+    EXPECT_EQ(testing::runCommand(tavrin + " queue list --json", &out), 0);
+    EXPECT_NE(out.find("\"staged\""), std::string::npos) << out;
+    EXPECT_TRUE(fsys::exists(photo));
+    EXPECT_FALSE(fsys::exists(dir / "photo_cleaned.jpg"));
 }
 
 TEST_F(OpenURLCommand, dotDotResolvesToTheFileItNamesAndNoOther) {

@@ -14,6 +14,7 @@
 #include "office/office_package.h"
 #include "office/office_part_classifier.h"
 #include "office_cleaning_fixtures.h"
+#include "office_shape_fixtures.h"
 #include "zip/archive.h"
 
 namespace {
@@ -58,8 +59,18 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
+    if (argc == 3 && std::strcmp(argv[1], "--shapes") == 0) {
+        // The package shapes of real files, for the LibreOffice check.
+        using namespace tavrin::officeShapes;
+        const std::filesystem::path folder = argv[2];
+        wordOfTheseYears().write(folder / "word-2010-to-2021.docx");
+        wordWithAMissingFont().write(folder / "missing-font.docx");
+        presentationWithAHiddenSlideNamedElsewhere().write(folder / "hidden-slide-named-elsewhere.pptx");
+        workbookWithHiddenSheetRemnants().write(folder / "hidden-sheet-remnants.xlsx");
+        return 0;
+    }
     if (argc != 2) {
-        std::fprintf(stderr, "usage: make_office_samples <folder> | --summary <file>\n");
+        std::fprintf(stderr, "usage: make_office_samples <folder> | --summary <file> | --shapes <folder>\n");
         return 2;
     }
     using namespace tavrin::testing;

@@ -97,7 +97,8 @@ TEST(PDFInfoUpdate, encodesValuesAsTheUpdateWritesThem) {
         {MetadataValue::date(date), "(D:20240305140209+00'00')"},
         {MetadataValue::array({MetadataValue::string("a"), MetadataValue::string("b")}), "<FEFF0061002C00200062>"},
         {MetadataValue::integer(3), std::nullopt},
-        {MetadataValue::string("\xFF"), std::nullopt},
+        // A value's text is made valid UTF-8 when the value is made.
+        {MetadataValue::string("\xFF"), "<FEFFFFFD>"},
     };
     for (const auto& [value, encoded] : cases) EXPECT_EQ(encodePDFInfoValue(value), encoded) << value.description();
 }

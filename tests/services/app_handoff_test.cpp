@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -16,43 +12,17 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include "private_bus.h"
 #include "services/app_handoff.h"
 #include "support/test_support.h"
-
-extern char** environ;
 
 namespace tavrin {
 namespace {
 
-pid_t spawnWith(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnvironment,
-                int stdoutFd = -1) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&actions, stdoutFd, STDOUT_FILENO);
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    std::vector<std::string> environment(extraEnvironment);
-    for (char** e = environ; *e; ++e) environment.emplace_back(*e);  // earlier entries win
-    std::vector<char*> env;
-    for (auto& e : environment) env.push_back(e.data());
-    env.push_back(nullptr);
-    pid_t pid = -1;
-    const int rc = ::posix_spawn(&pid, args[0], &actions, nullptr, args.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
-    return rc == 0 ? pid : -1;
-}
-
-int waitFor(pid_t pid) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // A bus of the test's own, and optionally a stand-in app on it that records the links it gets.
 class AppHandoffTest : public ::testing::Test {
 protected:
-    pid_t daemon = -1;
+    testing::PrivateBus bus;
     std::string address;
     std::unique_ptr<sdbus::IConnection> appConnection;
     std::unique_ptr<sdbus::IObject> appObject;
@@ -60,25 +30,13 @@ protected:
     std::vector<std::string> received;
 
     void SetUp() override {
-        int fds[2];
-        ASSERT_EQ(::pipe(fds), 0);
-        daemon = spawnWith({"/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"}, {},
-                           fds[1]);
-        ::close(fds[1]);
-        ASSERT_GT(daemon, 0);
-        char c = 0;
-        while (::read(fds[0], &c, 1) == 1 && c != '\n') address += c;
-        ::close(fds[0]);
+        address = bus.address();
         ASSERT_FALSE(address.empty()) << "dbus-daemon gave no address";
     }
     void TearDown() override {
         if (appConnection) appConnection->leaveEventLoop();
         appObject.reset();
         appConnection.reset();
-        if (daemon > 0) {
-            ::kill(daemon, SIGTERM);
-            waitFor(daemon);
-        }
     }
     // `withMethod` false: the name is owned, but nothing answers OpenURL.
     void startApp(bool withMethod = true) {
@@ -127,12 +85,12 @@ TEST_F(AppHandoffTest, openURLHandsTheLinkOverAndCleansNothingItselfUnlessToldTo
     const std::vector<std::string> env = {"DBUS_SESSION_BUS_ADDRESS=" + address};
     startApp();
 
-    EXPECT_EQ(waitFor(spawnWith({bin, "open-url", url}, env)), 0);
+    EXPECT_EQ(testing::waitForProcess(testing::spawnProcess({bin, "open-url", url}, env)), 0);
     EXPECT_EQ(links(), std::vector<std::string>{url});
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
         EXPECT_EQ(entry.path().filename().string().find("_cleaned"), std::string::npos) << entry.path();
 
-    EXPECT_EQ(waitFor(spawnWith({bin, "open-url", "--here", url}, env)), 0);
+    EXPECT_EQ(testing::waitForProcess(testing::spawnProcess({bin, "open-url", "--here", url}, env)), 0);
     EXPECT_EQ(links().size(), 1u);
     EXPECT_TRUE(std::filesystem::exists(dir / "photo_cleaned.jpg"));
 }

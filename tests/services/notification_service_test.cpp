@@ -3,73 +3,36 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "private_bus.h"
 #include "services/manual_event_loop.h"
 #include "services/notification_service.h"
 #include "services/poll_event_loop.h"
-
-extern char** environ;
 
 namespace tavrin {
 namespace {
 
 using namespace std::chrono_literals;
 
-pid_t spawn(const std::vector<std::string>& argv, int stdoutFd = -1) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&actions, stdoutFd, STDOUT_FILENO);
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    pid_t pid = -1;
-    const int rc = ::posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return rc == 0 ? pid : -1;
-}
-
-int waitFor(pid_t pid) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // A session bus of the test's own, gone with the fixture.
 class PrivateBusTest : public ::testing::Test {
 protected:
-    pid_t daemon = -1;
+    testing::PrivateBus bus;
     std::string address;
 
     void SetUp() override {
-        int fds[2];
-        ASSERT_EQ(::pipe(fds), 0);
-        daemon = spawn({"/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"}, fds[1]);
-        ::close(fds[1]);
-        ASSERT_GT(daemon, 0);
-        char c = 0;
-        while (::read(fds[0], &c, 1) == 1 && c != '\n') address += c;
-        ::close(fds[0]);
+        address = bus.address();
         ASSERT_FALSE(address.empty()) << "dbus-daemon gave no address";
-    }
-    void TearDown() override {
-        if (daemon > 0) {
-            ::kill(daemon, SIGTERM);
-            waitFor(daemon);
-        }
     }
     int post(const std::vector<std::string>& names) {
         std::vector<std::string> argv = {TAVRIN_NOTIFICATION_POSTER, address};
         argv.insert(argv.end(), names.begin(), names.end());
-        return waitFor(spawn(argv));
+        return testing::waitForProcess(testing::spawnProcess(argv));
     }
 };
 

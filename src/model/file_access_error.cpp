@@ -1,4 +1,4 @@
-#include "services/file_access_error.h"
+#include "model/file_access_error.h"
 
 #include <cerrno>
 #include <cstring>
