@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "model/data_size.h"
+#include "office/office_embedded_content_detection.h"
 #include "office/office_hidden_content_detector.h"
 
 namespace tavrin {

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <limits>
 
+#include "office/office_hidden_structure_detection.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/office_xml_scrubber.h"
 
@@ -10,7 +11,7 @@ namespace tavrin {
 
 namespace {
 
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 
 
 MetadataItem finding(std::string id, std::string key, std::string displayName, std::string value, bool removable) {

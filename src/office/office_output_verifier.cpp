@@ -32,7 +32,7 @@ bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
 }
 
 Failure hiddenContentResidue(const Archive& archive) {
-    using D = OfficeHiddenContentDetector;
+    namespace D = OfficeHiddenContentDetector;
     const auto headersAndFooters = D::headerFooterFindings(archive);
     if (!headersAndFooters.orphaned.empty()) return "headers or footers no section uses remain";
     if (!headersAndFooters.inactive.inactiveReferences.empty()) return "word/document.xml: header or footer references no page shows remain";

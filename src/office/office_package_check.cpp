@@ -116,6 +116,18 @@ std::optional<std::string> duplicateSlideReference(const Archive& archive) {
     return fmt::format("{}: the slide list names relationship {} twice", entry->path(), *duplicate);
 }
 
+// Reads an XML part into `bytes`; what makes it unreadable or ill-formed, if anything, named
+// with the part.
+std::optional<std::string> readWellFormedXML(const Archive& archive, const Entry& entry, Bytes& bytes) {
+    try {
+        bytes = extractEntry(archive, entry);
+    } catch (const ArchiveError& error) {
+        return entry.path() + ": " + error.description();
+    }
+    if (auto problem = OfficePackageCheck::xmlProblem(bytes)) return entry.path() + ": " + *problem;
+    return std::nullopt;
+}
+
 }  // namespace
 
 bool OfficePackageCheck::isRelationshipNamespace(std::string_view uri) {
@@ -174,12 +186,7 @@ std::optional<std::string> OfficePackageCheck::refusalOfSource(const Archive& ar
     for (const auto& entry : archive) {
         if (entry.type() != EntryType::file || !isXMLPath(lowerCasedPath(entry.path()))) continue;
         Bytes bytes;
-        try {
-            bytes = extractEntry(archive, entry);
-        } catch (const ArchiveError& error) {
-            return entry.path() + ": " + error.description();
-        }
-        if (auto problem = xmlProblem(bytes)) return entry.path() + ": " + *problem;
+        if (auto problem = readWellFormedXML(archive, entry, bytes)) return problem;
     }
     return duplicateSlideReference(archive);
 }
@@ -277,12 +284,7 @@ std::optional<std::string> OfficePackageCheck::inconsistency(const Archive& arch
         const std::string lower = lowerCasedPath(entry.path());
         if (entry.type() != EntryType::file || !isXMLPath(lower)) continue;
         Bytes bytes;
-        try {
-            bytes = extractEntry(archive, entry);
-        } catch (const ArchiveError& error) {
-            return entry.path() + ": " + error.description();
-        }
-        if (auto problem = xmlProblem(bytes)) return entry.path() + ": " + *problem;
+        if (auto problem = readWellFormedXML(archive, entry, bytes)) return problem;
         if (lower.ends_with(".rels") || lower == "[content_types].xml") continue;
         const auto text = OfficeTextEncoding::decodeXML(bytes);
         const auto owned = idsByOwner.find(lower);

@@ -27,22 +27,6 @@
 
 namespace tavrin {
 
-std::string OfficeCleaningAccumulator::lowerCasedFirst(std::string text) {
-    if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z') text.front() = static_cast<char>(text.front() + 32);
-    return text;
-}
-
-void OfficeCleaningAccumulator::fail(const std::string& path, std::string message) {
-    if (!hadUnscrubbablePart) firstFailure = path + ": " + lowerCasedFirst(message);
-    hadUnscrubbablePart = true;
-    warnings.push_back({path, std::move(message)});
-}
-
-void OfficeCleaningAccumulator::recordRemoval(const std::string& path, std::string displayName, MetadataCategory category) {
-    removedItems.push_back({"office." + path, path, std::move(displayName), MetadataValue::string(path), category,
-                            MetadataSource::zipXML, true});
-}
-
 namespace {
 
 using Accumulator = OfficeCleaningAccumulator;
@@ -70,21 +54,6 @@ bool isThumbnailPath(const std::string& lower) { return lower.starts_with("docpr
 bool isSatellitePath(const std::string& lower) { return lower.ends_with(".rels") || lower == "[content_types].xml"; }
 
 // One package cleaning: the walk over the source, the transforms, and what it records.
-// The extended properties without their lists of part titles (sheet names, slide titles) and
-// the heading pairs that count them; nothing when the text does not parse.
-std::optional<std::string> withoutPartTitles(const std::string& xml) {
-    auto document = scrubbing::parsedPartText(xml);
-    if (!document || !document->rootElement()) return std::nullopt;
-    std::vector<XMLNode> doomed;
-    for (const auto& child : document->rootElement()->children())
-        if (child.kind() == XMLNode::Kind::element &&
-            (child.localName() == "TitlesOfParts" || child.localName() == "HeadingPairs"))
-            doomed.push_back(child);
-    if (doomed.empty()) return xml;
-    for (auto& node : doomed) node.detach();
-    return scrubbing::serializedPartText(*document);
-}
-
 class PackageCleaner {
 public:
     PackageCleaner(const Archive& source, Archive& destination, const CleaningProfile& profile, Accumulator& accumulator)
@@ -126,7 +95,7 @@ public:
         for (const auto& entry : source_) {
             const std::string lower = lowerCasedPath(entry.path());
             if (entry.type() != EntryType::file || !lower.ends_with(".rels") || dropRule(entry.path())) continue;
-            if (const auto owner = ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
+            if (const auto owner = OfficePackageCheck::ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
                 ownedRelationships_[lower] = *dropRule(*storedDroppedPath(*owner));
                 droppedPaths_.insert(entry.path());
             }
@@ -185,16 +154,6 @@ private:
         return std::nullopt;
     }
 
-    // "word/_rels/header3.xml.rels" belongs to "word/header3.xml" (both lower-cased).
-    static std::optional<std::string> ownerOfRelationshipsPart(const std::string& lower) {
-        const auto slash = lower.rfind('/');
-        if (slash == std::string::npos) return std::nullopt;
-        const std::string folder = lower.substr(0, slash);
-        if (!(folder == "_rels" || folder.ends_with("/_rels"))) return std::nullopt;
-        const std::string name = lower.substr(slash + 1, lower.size() - slash - 1 - std::string_view(".rels").size());
-        return folder.substr(0, folder.size() - std::string_view("_rels").size()) + name;
-    }
-
     std::set<std::string> droppedLower() const {
         std::set<std::string> out;
         for (const auto& path : droppedPaths_) out.insert(lowerCasedPath(path));
@@ -242,7 +201,7 @@ private:
     }
 
     void recordDetectOnlyLatentFindings() {
-        using D = OfficeHiddenContentDetector;
+        namespace D = OfficeHiddenContentDetector;
         for (auto detect : {&D::detectEmbeddedOLEObjects, &D::detectCustomXMLParts, &D::detectVBAMacros,
                             &D::detectOffSlideShapes, &D::detectConnections, &D::detectExternalLinks}) {
             for (auto& item : detect(source_)) {
@@ -434,7 +393,7 @@ private:
         if (lower == "docprops/app.xml" && switches_.removeHidden && !hiddenPaths_.empty()) {
             // The part lists every sheet's name and slide's title; with hidden ones dropped it
             // would still name them. Office rebuilds both lists when it next saves.
-            auto withoutTitles = withoutPartTitles(result->xml);
+            auto withoutTitles = OfficePropertyScrubber::withoutPartTitles(result->xml);
             if (!withoutTitles) {
                 acc_.fail(path, "Property part could not be parsed for scrubbing");
                 return data;
@@ -484,54 +443,59 @@ private:
         }
     }
 
-    Bytes withoutAlternateAddresses(Bytes data, const std::string& path) {
+    // The part's text rewritten by `rewrite`; when the part does not decode or `rewrite` cannot
+    // parse it, the part stays as it was and `failure` refuses the result.
+    template <typename Rewrite>
+    Bytes rewritten(Bytes data, const std::string& path, const char* failure, Rewrite rewrite) {
         const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<OfficeSavedPathScrubber::LinkRewrite> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::scrubExternalLink(*text);
-        if (!rewrite) {
-            acc_.fail(path, "External link could not be parsed to remove the linked workbook's other addresses");
+        const std::optional<std::string> result = text ? rewrite(*text) : std::nullopt;
+        if (!result) {
+            acc_.fail(path, failure);
             return data;
         }
-        if (!rewrite->removedAny) return data;
-        acc_.recordRemoval(path, "Linked Workbook Addresses", MetadataCategory::authorIdentity);
-        return bytesOf(rewrite->xml);
+        return *result == *text ? data : bytesOf(*result);
+    }
+
+    // A scrubber's rewrite, recorded as one removed item when it removed anything.
+    template <typename Rewrite>
+    std::optional<std::string> recorded(const std::optional<Rewrite>& rewrite, const std::string& path,
+                                        const char* displayName, const std::string& text) {
+        if (!rewrite) return std::nullopt;
+        if (!rewrite->removedAny) return text;
+        acc_.recordRemoval(path, displayName, MetadataCategory::authorIdentity);
+        return rewrite->xml;
+    }
+
+    Bytes withoutAlternateAddresses(Bytes data, const std::string& path) {
+        return rewritten(std::move(data), path,
+                         "External link could not be parsed to remove the linked workbook's other addresses",
+                         [&](const std::string& text) {
+                             return recorded(OfficeSavedPathScrubber::scrubExternalLink(text), path,
+                                             "Linked Workbook Addresses", text);
+                         });
     }
 
     Bytes withoutAlternateAddressRelationships(Bytes data, const std::string& path, const std::set<std::string>& ids) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<std::string> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::withoutRelationships(*text, ids);
-        if (!rewrite) {
-            acc_.fail(path, "Relationships could not be parsed to remove the linked workbook's other addresses");
-            return data;
-        }
-        return *rewrite == *text ? data : bytesOf(*rewrite);
+        return rewritten(std::move(data), path,
+                         "Relationships could not be parsed to remove the linked workbook's other addresses",
+                         [&](const std::string& text) { return OfficeSavedPathScrubber::withoutRelationships(text, ids); });
     }
 
     Bytes withoutSavedPaths(Bytes data, const std::string& path) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<OfficeSavedPathScrubber::Rewrite> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::scrubWorkbook(*text);
-        if (!rewrite) {
-            acc_.fail(path, "Workbook could not be parsed to remove the path it was saved under");
-            return data;
-        }
-        if (!rewrite->removedAny) return data;
-        acc_.recordRemoval(path, "Saved File Path", MetadataCategory::authorIdentity);
-        return bytesOf(rewrite->xml);
+        return rewritten(std::move(data), path, "Workbook could not be parsed to remove the path it was saved under",
+                         [&](const std::string& text) {
+                             return recorded(OfficeSavedPathScrubber::scrubWorkbook(text), path, "Saved File Path", text);
+                         });
     }
 
     // A part without the elements that use a relationship whose target left or never was.
     Bytes withoutReferencesTo(Bytes data, const std::string& path, const std::set<std::string>& ids) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<RelationshipReferenceRewrite> rewrite;
-        if (text) rewrite = withoutRelationshipReferences(*text, ids);
-        if (!rewrite) {
-            acc_.fail(path, "Could not be read as XML to remove links to removed content");
-            return data;
-        }
-        if (rewrite->removedCount == 0) return data;
-        return bytesOf(rewrite->xml);
+        return rewritten(std::move(data), path, "Could not be read as XML to remove links to removed content",
+                         [&](const std::string& text) -> std::optional<std::string> {
+                             auto rewrite = withoutRelationshipReferences(text, ids);
+                             if (!rewrite) return std::nullopt;
+                             return rewrite->removedCount == 0 ? text : rewrite->xml;
+                         });
     }
 
     Bytes withoutDanglingReferences(Bytes data, const std::string& path) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "office/office_word_latent_content_detection.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/office_xml_scrubber.h"
 
@@ -11,7 +12,7 @@ namespace tavrin {
 
 namespace {
 
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 
 constexpr std::array<std::string_view, 2> wordLatentRelsPaths = {"word/_rels/settings.xml.rels",
                                                                  "word/_rels/document.xml.rels"};
