@@ -64,7 +64,7 @@ std::optional<ShareArguments> parseShareArguments(const std::vector<std::string>
         } else if (!filesOnly && argument == "--screenshot") {
             if (i + 1 >= arguments.size()) return std::nullopt;
             parsed.screenshot = arguments[++i];
-        } else if (!filesOnly && argument.rfind("--", 0) == 0) {
+        } else if (!filesOnly && argument.starts_with("--")) {
             return std::nullopt;
         } else {
             std::error_code ec;

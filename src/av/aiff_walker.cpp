@@ -8,9 +8,8 @@
 
 namespace tavrin::aiffWalker {
 
-using avBytes::be16;
-using avBytes::be32;
-using avBytes::enforce;
+using bytes::be16;
+using bytes::be32;
 using Case = AVContainerError::Case;
 
 namespace {

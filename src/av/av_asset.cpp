@@ -12,7 +12,6 @@
 
 namespace tavrin {
 
-using avBytes::enforce;
 using Case = AVContainerError::Case;
 
 std::vector<AVMetadataEntry> AVAssetMetadata::commonMetadata() const {

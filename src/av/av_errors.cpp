@@ -4,7 +4,7 @@ namespace tavrin {
 
 std::string AVContainerError::description() const {
     std::string text;
-    switch (case_) {
+    switch (errorCase()) {
         case Case::cannotOpen: text = "The media file cannot be opened"; break;
         case Case::truncated: text = "The media file ends inside a metadata structure"; break;
         case Case::invalidAtomSize: text = "An atom has an invalid size"; break;
@@ -17,24 +17,23 @@ std::string AVContainerError::description() const {
         case Case::tooManyItems: text = "The file holds too many metadata items"; break;
         case Case::structureTooLarge: text = "A metadata structure is too large to read"; break;
     }
-    if (!detail_.empty()) text += " (" + detail_ + ")";
-    return text;
+    return withDetail(std::move(text), detail());
 }
 
 std::string AVMetadataReaderError::description() const {
-    switch (case_) {
-        case Case::propertyLoadFailed: return "Failed to load AV metadata property: " + propertyName_;
+    switch (errorCase()) {
+        case Case::propertyLoadFailed: return "Failed to load AV metadata property: " + detail();
         case Case::assetLoadFailed: return "Unable to load AV asset for metadata reading";
     }
     return "";
 }
 
 std::string AVWriterError::description() const {
-    switch (case_) {
-        case Case::unsupportedFormat: return "Unsupported AV format: " + detail_;
+    switch (errorCase()) {
+        case Case::unsupportedFormat: return "Unsupported AV format: " + detail();
         case Case::cannotCreateExportSession:
-            return "Cannot create AVAssetExportSession for passthrough export" + (detail_.empty() ? "" : " (" + detail_ + ")");
-        case Case::exportFailed: return "AV metadata export failed" + (detail_.empty() ? "" : " (" + detail_ + ")");
+            return withDetail("Cannot create AVAssetExportSession for passthrough export", detail());
+        case Case::exportFailed: return withDetail("AV metadata export failed", detail());
     }
     return "";
 }

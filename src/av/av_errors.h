@@ -1,68 +1,53 @@
 #pragma once
 // The failures of the audio and video components, each with the text people see.
 
-#include <exception>
 #include <string>
+
+#include "model/typed_error.h"
 
 namespace tavrin {
 
-// What the container walkers (our stand-in for the platform's media library) report about a
-// file they cannot read. `detail` names the structure and where it is.
-class AVContainerError : public std::exception {
-public:
-    enum class Case {
-        cannotOpen,
-        truncated,
-        invalidAtomSize,
-        nestingTooDeep,
-        tagSizePastEnd,
-        invalidSyncsafeInteger,
-        unterminatedBlockChain,
-        chunkSizePastEnd,
-        unrecognisedContainer,
-        tooManyItems,
-        structureTooLarge,
-    };
-    AVContainerError(Case c, std::string detail) : case_(c), detail_(std::move(detail)), text_(description()) {}
-    Case errorCase() const { return case_; }
-    const std::string& detail() const { return detail_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::string detail_;
-    std::string text_;
+enum class AVContainerErrorCase {
+    cannotOpen,
+    truncated,
+    invalidAtomSize,
+    nestingTooDeep,
+    tagSizePastEnd,
+    invalidSyncsafeInteger,
+    unterminatedBlockChain,
+    chunkSizePastEnd,
+    unrecognisedContainer,
+    tooManyItems,
+    structureTooLarge,
 };
 
-class AVMetadataReaderError : public std::exception {
+// What the container walkers report about a file they cannot read. `detail` names the structure
+// and where it is.
+class AVContainerError : public TypedError<AVContainerErrorCase> {
 public:
-    enum class Case { propertyLoadFailed, assetLoadFailed };
-    explicit AVMetadataReaderError(Case c, std::string propertyName = "")
-        : case_(c), propertyName_(std::move(propertyName)), text_(description()) {}
-    Case errorCase() const { return case_; }
+    explicit AVContainerError(Case c, std::string detail = "") : TypedError(c, std::move(detail)) { setText(description()); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
+};
+AVContainerError errorFor(AVContainerError::Case);
 
-private:
-    Case case_;
-    std::string propertyName_;
-    std::string text_;
+enum class AVMetadataReaderErrorCase { propertyLoadFailed, assetLoadFailed };
+
+class AVMetadataReaderError : public TypedError<AVMetadataReaderErrorCase> {
+public:
+    // `propertyName`: the property of `propertyLoadFailed`.
+    explicit AVMetadataReaderError(Case c, std::string propertyName = "") : TypedError(c, std::move(propertyName)) {
+        setText(description());
+    }
+    std::string description() const;
 };
 
-class AVWriterError : public std::exception {
+enum class AVWriterErrorCase { unsupportedFormat, cannotCreateExportSession, exportFailed };
+
+class AVWriterError : public TypedError<AVWriterErrorCase> {
 public:
-    enum class Case { unsupportedFormat, cannotCreateExportSession, exportFailed };
     // `detail`: the extension of `unsupportedFormat`; for the others, what the media library said.
-    explicit AVWriterError(Case c, std::string detail = "") : case_(c), detail_(std::move(detail)), text_(description()) {}
-    Case errorCase() const { return case_; }
+    explicit AVWriterError(Case c, std::string detail = "") : TypedError(c, std::move(detail)) { setText(description()); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::string detail_;
-    std::string text_;
 };
 
 }  // namespace tavrin

@@ -92,7 +92,7 @@ std::string AVMetadataReader::humanReadableName(std::string_view key, std::strin
     if (const auto dot = key.rfind('.'); dot != std::string_view::npos) return upperFirst(std::string(key.substr(dot + 1)));
     std::string rest(key);
     static constexpr std::string_view copyrightSign = "\u00a9";
-    if (rest.rfind(copyrightSign, 0) == 0) rest.erase(0, copyrightSign.size());
+    if (rest.starts_with(copyrightSign)) rest.erase(0, copyrightSign.size());
     static const std::map<std::string, std::string, std::less<>> names = {
         {"ART", "Artist"}, {"nam", "Title"},    {"alb", "Album"},         {"gen", "Genre"},
         {"day", "Date"},   {"cmt", "Comment"},  {"wrt", "Composer"},      {"too", "Encoding Tool"},

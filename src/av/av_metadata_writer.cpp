@@ -11,6 +11,7 @@
 #include "av/av_errors.h"
 #include "av/av_metadata_reader.h"
 #include "av/avformat_support.h"
+#include "model/cleaning_result_builder.h"
 #include "model/pipeline_error.h"
 
 namespace tavrin {
@@ -118,10 +119,10 @@ std::optional<std::pair<std::string, std::string>> AVMetadataWriter::libraryTag(
     if (!text) return std::nullopt;
     const std::string name = AVMetadataReader::keyName(entry.identifier);
     if (isQuickTimeFamily(muxer)) {
-        if (entry.identifier.rfind("mdta/", 0) == 0) return std::pair{name, *text};
+        if (entry.identifier.starts_with("mdta/")) return std::pair{name, *text};
         if (entry.identifier == "mvhd/movieCreationDate") return std::pair{std::string("creation_time"), *text};
     }
-    if (muxer == "mp3" && entry.identifier.rfind("id3/", 0) == 0 && name.size() == 4 && name[0] == 'T' && name != "TXXX")
+    if (muxer == "mp3" && entry.identifier.starts_with("id3/") && name.size() == 4 && name[0] == 'T' && name != "TXXX")
         return std::pair{name, *text};
     // The library's generic names, which every muxer maps to its own fields.
     static const std::map<std::string, std::string> common = {
@@ -152,14 +153,11 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
         throw PipelineError::readFailed(source, std::current_exception());
     }
 
-    CleaningResult result;
-    result.sourceURL = source;
-    result.outputURL = destination;
-    result.profileUsed = profile;
+    std::vector<CleaningWarning> warnings;
     std::vector<AVMetadataEntry> kept;
     std::vector<AVMetadataEntry> removed;
     if (isFullStrip(profile)) {
-        // The stand-in for the platform's sharing filter keeps nothing a walker can name.
+        // A full strip keeps nothing a walker can name.
         removed = asset.metadata;
     } else {
         std::tie(kept, removed) = filterMetadata(asset.metadata, profile);
@@ -170,14 +168,14 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
             try {
                 into.push_back(convertAVMetadataItem(entry, categorize(entry)));
             } catch (const std::exception& e) {
-                result.warnings.push_back(
+                warnings.push_back(
                     {"AVMetadataReporting", fmt::format("Could not read {} metadata item for reporting: {}", what, e.what())});
             }
         }
     };
     // A kept entry the copy does not hold is reported as removed, with a warning.
     auto leftOut = [&](AVMetadataEntry& entry) {
-        result.warnings.push_back(
+        warnings.push_back(
             {"AVExport", "Retained metadata item could not be carried into the copy: " + metadataKey(entry)});
         removed.push_back(std::move(entry));
     };
@@ -185,7 +183,7 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
     std::vector<AVMetadataEntry> carried;
     for (auto& entry : kept) {
         if (auto tag = libraryTag(entry, *muxer)) {
-            request.writeMetadataKeys |= entry.identifier.rfind("mdta/", 0) == 0;
+            request.writeMetadataKeys |= entry.identifier.starts_with("mdta/");
             request.metadata.push_back(std::move(*tag));
             carried.push_back(std::move(entry));
         } else {
@@ -220,20 +218,18 @@ CleaningResult AVMetadataWriter::cleanMetadata(const std::filesystem::path& sour
         }
         carried = std::move(present);
     }
-    report(removed, result.removedItems, "removed");
-    report(carried, result.retainedItems, "retained");
+    std::vector<MetadataItem> removedItems;
+    std::vector<MetadataItem> retainedItems;
+    report(removed, removedItems, "removed");
+    report(carried, retainedItems, "retained");
     if (outcome.droppedStreams > 0)
-        result.warnings.push_back({"AVExport", fmt::format("Left out {} stream(s) without audio or video (cover art, "
-                                                           "timecode or data tracks)",
-                                                           outcome.droppedStreams)});
+        warnings.push_back({"AVExport", fmt::format("Left out {} stream(s) without audio or video (cover art, "
+                                                    "timecode or data tracks)",
+                                                    outcome.droppedStreams)});
 
-    std::error_code ec;
-    const auto originalSize = std::filesystem::file_size(source, ec);
-    result.originalSize = ec ? 0 : static_cast<std::int64_t>(originalSize);
-    const auto cleanedSize = std::filesystem::file_size(destination, ec);
-    result.cleanedSize = ec ? 0 : static_cast<std::int64_t>(cleanedSize);
-    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
-    result.verifiedClean = false;
+    CleaningResult result = buildCleaningResult(source, destination, profile, std::move(removedItems),
+                                                std::move(retainedItems), false);
+    result.warnings = std::move(warnings);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     return result;
 }

@@ -7,11 +7,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "model/unicode_text.h"
+
 namespace tavrin {
 
 std::vector<std::uint8_t> ByteSource::readBytes(std::uint64_t offset, std::uint64_t length, std::uint64_t limit) const {
-    avBytes::enforce(length <= limit, AVContainerError::Case::structureTooLarge);
-    avBytes::enforce(offset <= size() && length <= size() - offset, AVContainerError::Case::truncated);
+    enforce(length <= limit, AVContainerError::Case::structureTooLarge);
+    enforce(offset <= size() && length <= size() - offset, AVContainerError::Case::truncated);
     std::vector<std::uint8_t> out(static_cast<std::size_t>(length));
     read(offset, out);
     return out;
@@ -33,19 +35,19 @@ FileByteSource::~FileByteSource() {
 }
 
 void FileByteSource::read(std::uint64_t offset, std::span<std::uint8_t> out) const {
-    avBytes::enforce(offset <= size_ && out.size() <= size_ - offset, AVContainerError::Case::truncated);
+    enforce(offset <= size_ && out.size() <= size_ - offset, AVContainerError::Case::truncated);
     std::size_t done = 0;
     while (done < out.size()) {
         const ssize_t n = ::pread(fd_, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
         if (n < 0 && errno == EINTR) continue;
         // A file that shrank under us reads as truncated.
-        avBytes::enforce(n > 0, AVContainerError::Case::truncated);
+        enforce(n > 0, AVContainerError::Case::truncated);
         done += static_cast<std::size_t>(n);
     }
 }
 
 void MemoryByteSource::read(std::uint64_t offset, std::span<std::uint8_t> out) const {
-    avBytes::enforce(offset <= bytes_.size() && out.size() <= bytes_.size() - offset, AVContainerError::Case::truncated);
+    enforce(offset <= bytes_.size() && out.size() <= bytes_.size() - offset, AVContainerError::Case::truncated);
     if (!out.empty()) std::memcpy(out.data(), bytes_.data() + offset, out.size());
 }
 
@@ -53,23 +55,7 @@ namespace avBytes {
 
 namespace {
 
-void appendUTF8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
+using unicode::appendUTF8;
 
 bool isValidUTF8(std::span<const std::uint8_t> b) {
     std::size_t i = 0;
@@ -98,7 +84,7 @@ std::string fourCCText(const std::uint8_t* p) {
     std::string out;
     bool plain = true;
     for (int i = 0; i < 4; ++i) plain = plain && ((p[i] >= 0x20 && p[i] < 0x7F) || p[i] == 0xA9);
-    if (!plain) return fmt::format("0x{:08X}", be32(p));
+    if (!plain) return fmt::format("0x{:08X}", bytes::be32(p));
     for (int i = 0; i < 4; ++i) {
         if (p[i] == 0xA9) out += "\u00a9";
         else out += static_cast<char>(p[i]);

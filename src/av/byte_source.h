@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "av/av_errors.h"
+#include "model/byte_order.h"
+#include "model/enforce.h"
 
 namespace tavrin {
 
@@ -52,26 +54,6 @@ private:
 };
 
 namespace avBytes {
-
-// Throws `AVContainerError(c, detail)` unless `condition` holds: the guard of every length,
-// offset and count taken from a file.
-inline void enforce(bool condition, AVContainerError::Case c, const char* detail = "") {
-    if (!condition) throw AVContainerError(c, detail);
-}
-
-inline std::uint16_t be16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] << 8 | p[1]); }
-inline std::uint32_t be24(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[0]) << 16 | static_cast<std::uint32_t>(p[1]) << 8 | p[2];
-}
-inline std::uint32_t be32(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[0]) << 24 | static_cast<std::uint32_t>(p[1]) << 16 |
-           static_cast<std::uint32_t>(p[2]) << 8 | p[3];
-}
-inline std::uint64_t be64(const std::uint8_t* p) { return static_cast<std::uint64_t>(be32(p)) << 32 | be32(p + 4); }
-inline std::uint32_t le32(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[3]) << 24 | static_cast<std::uint32_t>(p[2]) << 16 |
-           static_cast<std::uint32_t>(p[1]) << 8 | p[0];
-}
 
 // A four-character code as text: printable ASCII as is, 0xA9 as a literal ©, anything else as
 // a hexadecimal escape, so that every identifier is valid UTF-8.

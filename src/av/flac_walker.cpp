@@ -9,10 +9,9 @@
 
 namespace tavrin::flacWalker {
 
-using avBytes::be24;
-using avBytes::be32;
-using avBytes::enforce;
-using avBytes::le32;
+using bytes::be24;
+using bytes::be32;
+using bytes::le32;
 using Case = AVContainerError::Case;
 
 namespace {

@@ -7,8 +7,7 @@
 
 namespace tavrin::id3Walker {
 
-using avBytes::be32;
-using avBytes::enforce;
+using bytes::be32;
 using Case = AVContainerError::Case;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -168,7 +167,7 @@ std::uint64_t readTag(const ByteSource& src, std::uint64_t offset, AVAssetMetada
         for (std::size_t i = 0; i < idLength; ++i) valid = valid && isFrameIdChar(f[i]);
         if (!valid) break;  // padding, or bytes no tagger writes
         const std::string id(reinterpret_cast<const char*>(f), idLength);
-        std::uint64_t size = version == 2 ? avBytes::be24(f + 3) : version == 3 ? be32(f + 4) : syncsafe(f + 4);
+        std::uint64_t size = version == 2 ? bytes::be24(f + 3) : version == 3 ? be32(f + 4) : syncsafe(f + 4);
         const std::uint16_t frameFlags = version == 2 ? 0 : static_cast<std::uint16_t>(f[8] << 8 | f[9]);
         enforce(size <= body.size() - pos - headerSize, Case::truncated, "ID3 frame");
         std::span<const std::uint8_t> data(body.data() + pos + headerSize, static_cast<std::size_t>(size));

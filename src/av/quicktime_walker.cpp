@@ -7,10 +7,9 @@
 
 namespace tavrin::quickTimeWalker {
 
-using avBytes::be16;
-using avBytes::be32;
-using avBytes::be64;
-using avBytes::enforce;
+using bytes::be16;
+using bytes::be32;
+using bytes::be64;
 using Case = AVContainerError::Case;
 
 namespace {
@@ -289,7 +288,7 @@ void readMeta(const ByteSource& src, const Box& meta, AVAssetMetadata& out) {
             const std::uint32_t index = be32(item.type.data());
             if (index == 0 || index > keys.size()) continue;
             identifier = keys[index - 1];
-            if (identifier.rfind("mdta/", 0) == 0) common = commonKeyForQuickTimeMetadata(identifier.substr(5));
+            if (identifier.starts_with("mdta/")) common = commonKeyForQuickTimeMetadata(identifier.substr(5));
         } else if (item.is("----")) {
             if (parts.name.empty()) continue;
             identifier = "itlk/" + (parts.mean.empty() ? parts.name : parts.mean + "." + parts.name);

@@ -9,8 +9,7 @@
 
 namespace tavrin::riffWalker {
 
-using avBytes::enforce;
-using avBytes::le32;
+using bytes::le32;
 using Case = AVContainerError::Case;
 
 namespace {

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <system_error>
 
+#include "model/cleaning_result_builder.h"
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
 #include "exiftool/exiftool_process.h"
@@ -64,14 +65,6 @@ std::string trimmed(std::string_view text) {
     while (!text.empty() && isWhitespace(text.front())) text.remove_prefix(1);
     while (!text.empty() && isWhitespace(text.back())) text.remove_suffix(1);
     return std::string(text);
-}
-
-std::int64_t sizeOrZero(const std::filesystem::path& file) {
-    try {
-        return fs::fileSize(file);
-    } catch (...) {
-        return 0;
-    }
 }
 
 // Removes what this writer made at the destination unless the clean got through.
@@ -187,22 +180,18 @@ CleaningResult ExifToolWriter::cleanMetadata(const std::filesystem::path& source
 
     std::vector<MetadataItem> after = readMetadataWithExifTool(destination);
 
-    CleaningResult result;
-    result.sourceURL = source;
-    result.outputURL = destination;
     std::set<std::string> keysAfter;
     for (const auto& item : after) keysAfter.insert(item.key);
+    std::vector<MetadataItem> removed;
     for (const auto& item : before)
-        if (!keysAfter.count(item.key)) result.removedItems.push_back(item);
+        if (!keysAfter.count(item.key)) removed.push_back(item);
     std::set<MetadataCategory> remaining;
     for (const auto& item : after) remaining.insert(item.category);
-    result.retainedItems = std::move(after);
+    // What exiftool leaves is not verified by this program, so the result says so.
+    CleaningResult result = buildCleaningResult(source, destination, profile, std::move(removed), std::move(after), false);
+    // Listed in the order the categories are declared.
     result.remainingMetadataClasses.assign(remaining.begin(), remaining.end());
-    result.originalSize = sizeOrZero(source);
-    result.cleanedSize = sizeOrZero(destination);
     result.warnings = std::move(warnings);
-    result.profileUsed = profile;
-    result.verifiedClean = false;
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     guard.commit();
     return result;

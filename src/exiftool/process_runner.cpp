@@ -21,8 +21,8 @@ extern char** environ;
 namespace tavrin {
 
 ProcessError::ProcessError(Case c, std::string program, std::string reason, long long number)
-    : case_(c), program_(std::move(program)), reason_(std::move(reason)), number_(number) {
-    text_ = description();
+    : TypedError(c, std::move(reason)), program_(std::move(program)), number_(number) {
+    setText(description());
 }
 
 ProcessError ProcessError::launchFailed(std::string program, std::string reason) {
@@ -51,8 +51,8 @@ std::string byteCountText(long long bytes) {
 }  // namespace
 
 std::string ProcessError::description() const {
-    switch (case_) {
-        case Case::launchFailed: return fmt::format("{} could not be started: {}", program_, reason_);
+    switch (errorCase()) {
+        case Case::launchFailed: return fmt::format("{} could not be started: {}", program_, detail());
         case Case::timedOut:
             return fmt::format("{} did not finish within {:g} {} and was stopped", program_,
                                static_cast<double>(number_) / 1000.0, number_ == 1000 ? "second" : "seconds");
@@ -62,7 +62,7 @@ std::string ProcessError::description() const {
         case Case::terminatedBySignal:
             return fmt::format("{} was terminated by signal {} ({})", program_, number_,
                                ::strsignal(static_cast<int>(number_)));
-        case Case::communicationFailed: return fmt::format("Reading the output of {} failed: {}", program_, reason_);
+        case Case::communicationFailed: return fmt::format("Reading the output of {} failed: {}", program_, detail());
     }
     return {};
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "model/typed_error.h"
+
 namespace tavrin {
 
 struct ProcessLimits {
@@ -26,29 +28,24 @@ struct ProcessOutput {
     std::string standardError;
 };
 
-class ProcessError : public std::exception {
-public:
-    enum class Case { launchFailed, timedOut, outputTooLarge, terminatedBySignal, communicationFailed };
+enum class ProcessErrorCase { launchFailed, timedOut, outputTooLarge, terminatedBySignal, communicationFailed };
 
+class ProcessError : public TypedError<ProcessErrorCase> {
+public:
     static ProcessError launchFailed(std::string program, std::string reason);
     static ProcessError timedOut(std::string program, std::chrono::milliseconds timeout);
     static ProcessError outputTooLarge(std::string program, std::size_t limit);
     static ProcessError terminatedBySignal(std::string program, int signal);
     static ProcessError communicationFailed(std::string program, std::string reason);
 
-    Case errorCase() const { return case_; }
     // The system's reason for `launchFailed` and `communicationFailed` ("Permission denied").
-    const std::string& reason() const { return reason_; }
+    const std::string& reason() const { return detail(); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
     ProcessError(Case c, std::string program, std::string reason, long long number);
-    Case case_;
     std::string program_;
-    std::string reason_;
     long long number_;  // milliseconds, bytes or signal, by case
-    std::string text_;
 };
 
 // True for a regular file (after following links) that this process may execute.

@@ -30,8 +30,8 @@ EmailClient emailClientFromRawValue(std::string_view raw) {
     return EmailClient::other;
 }
 
-EmailIntegrationError::EmailIntegrationError(Case c, std::string detail) : case_(c), detail_(std::move(detail)) {
-    text_ = description();
+EmailIntegrationError::EmailIntegrationError(Case c, std::string detail) : TypedError(c, std::move(detail)) {
+    setText(description());
 }
 
 EmailIntegrationError EmailIntegrationError::automationFailed(std::string text) {
@@ -45,9 +45,9 @@ EmailIntegrationError EmailIntegrationError::unsupportedPlatform() { return {Cas
 EmailIntegrationError EmailIntegrationError::noCleanedFiles() { return {Case::noCleanedFiles, {}}; }
 
 std::string EmailIntegrationError::description() const {
-    switch (case_) {
-        case Case::automationFailed: return "Email automation failed: " + detail_;
-        case Case::clientNotInstalled: return detail_ + " does not appear to be installed.";
+    switch (errorCase()) {
+        case Case::automationFailed: return "Email automation failed: " + detail();
+        case Case::clientNotInstalled: return detail() + " does not appear to be installed.";
         case Case::mailtoURLFailed: return "Could not open the default email client.";
         case Case::unsupportedPlatform: return "Email integration is not supported on this platform.";
         case Case::noCleanedFiles: return "No cleaned files are available to attach.";

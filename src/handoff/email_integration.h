@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "handoff/program_launcher.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
@@ -22,25 +23,20 @@ std::string_view rawValue(EmailClient client);
 std::string_view displayName(EmailClient client);
 EmailClient emailClientFromRawValue(std::string_view raw);
 
-class EmailIntegrationError : public std::exception {
-public:
-    enum class Case { automationFailed, clientNotInstalled, mailtoURLFailed, unsupportedPlatform, noCleanedFiles };
+enum class EmailIntegrationErrorCase { automationFailed, clientNotInstalled, mailtoURLFailed, unsupportedPlatform, noCleanedFiles };
 
+class EmailIntegrationError : public TypedError<EmailIntegrationErrorCase> {
+public:
     static EmailIntegrationError automationFailed(std::string text);
     static EmailIntegrationError clientNotInstalled(std::string name);
     static EmailIntegrationError mailtoURLFailed();
     static EmailIntegrationError unsupportedPlatform();
     static EmailIntegrationError noCleanedFiles();
 
-    Case errorCase() const { return case_; }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
     EmailIntegrationError(Case c, std::string detail);
-    Case case_;
-    std::string detail_;
-    std::string text_;
 };
 
 // "file:///…" with every byte but unreserved characters and "/" percent-encoded, so that quotes,

@@ -11,15 +11,13 @@
 #include <vector>
 
 #include "image/image_errors.h"
+#include "model/byte_order.h"
+#include "model/enforce.h"
 
 namespace tavrin::image {
 
 using Bytes = std::vector<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
-
-inline void enforce(bool condition, ImageFormatError::Case failure, const char* what) {
-    if (!condition) throw ImageFormatError(failure, what);
-}
 
 // `length` bytes at `offset`; throws `truncated` when they are not all inside `data`.
 inline ByteSpan slice(ByteSpan data, std::size_t offset, std::size_t length) {
@@ -32,23 +30,12 @@ inline bool fits(ByteSpan data, std::size_t offset, std::size_t length) {
     return offset <= data.size() && length <= data.size() - offset;
 }
 
-inline std::uint16_t be16(ByteSpan d, std::size_t at) {
-    auto s = slice(d, at, 2);
-    return static_cast<std::uint16_t>(s[0] << 8 | s[1]);
-}
-inline std::uint32_t be32(ByteSpan d, std::size_t at) {
-    auto s = slice(d, at, 4);
-    return std::uint32_t{s[0]} << 24 | std::uint32_t{s[1]} << 16 | std::uint32_t{s[2]} << 8 | s[3];
-}
-inline std::uint64_t be64(ByteSpan d, std::size_t at) { return std::uint64_t{be32(d, at)} << 32 | be32(d, at + 4); }
-inline std::uint16_t le16(ByteSpan d, std::size_t at) {
-    auto s = slice(d, at, 2);
-    return static_cast<std::uint16_t>(s[1] << 8 | s[0]);
-}
-inline std::uint32_t le32(ByteSpan d, std::size_t at) {
-    auto s = slice(d, at, 4);
-    return std::uint32_t{s[3]} << 24 | std::uint32_t{s[2]} << 16 | std::uint32_t{s[1]} << 8 | s[0];
-}
+// Integers at `at`; throw `truncated` when their bytes are not all inside `d`.
+inline std::uint16_t be16(ByteSpan d, std::size_t at) { return bytes::be16(slice(d, at, 2).data()); }
+inline std::uint32_t be32(ByteSpan d, std::size_t at) { return bytes::be32(slice(d, at, 4).data()); }
+inline std::uint64_t be64(ByteSpan d, std::size_t at) { return bytes::be64(slice(d, at, 8).data()); }
+inline std::uint16_t le16(ByteSpan d, std::size_t at) { return bytes::le16(slice(d, at, 2).data()); }
+inline std::uint32_t le32(ByteSpan d, std::size_t at) { return bytes::le32(slice(d, at, 4).data()); }
 
 // Byte order of a TIFF structure.
 struct Endian {

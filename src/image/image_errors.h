@@ -1,54 +1,45 @@
 #pragma once
 // The failures of the image layer, each with the text people see.
 
-#include <exception>
 #include <string>
+
+#include "model/typed_error.h"
 
 namespace tavrin {
 
+enum class ImageFormatErrorCase { unknownFormat, truncated, invalidStructure, limitExceeded, checksumMismatch, decodeFailed };
+
 // Raised by the container parsers and decoders when bytes do not form the image they claim to be.
-class ImageFormatError : public std::exception {
+class ImageFormatError : public TypedError<ImageFormatErrorCase> {
 public:
-    enum class Case { unknownFormat, truncated, invalidStructure, limitExceeded, checksumMismatch, decodeFailed };
-    ImageFormatError(Case c, std::string detail) : case_(c), detail_(std::move(detail)), text_(description()) {}
-    Case errorCase() const { return case_; }
-    const std::string& detail() const { return detail_; }
+    ImageFormatError(Case c, std::string detail) : TypedError(c, std::move(detail)) { setText(description()); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
+};
+ImageFormatError errorFor(ImageFormatError::Case);
 
-private:
-    Case case_;
-    std::string detail_;
-    std::string text_;
+enum class ImageMetadataReaderErrorCase { cannotCreateImageSource };
+
+class ImageMetadataReaderError : public TypedError<ImageMetadataReaderErrorCase> {
+public:
+    // `detail`: what the parser found wrong, when it said something.
+    explicit ImageMetadataReaderError(Case c, std::string detail = "") : TypedError(c, std::move(detail)) {
+        setText(description());
+    }
+    std::string description() const;
 };
 
-class ImageMetadataReaderError : public std::exception {
-public:
-    enum class Case { cannotCreateImageSource };
-    explicit ImageMetadataReaderError(Case c, std::string detail = "")
-        : case_(c), detail_(std::move(detail)), text_(description()) {}
-    Case errorCase() const { return case_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::string detail_;  // what the parser found wrong, when it said something
-    std::string text_;
+enum class ImageWriterErrorCase {
+    cannotCreateSource,
+    cannotCreateDestination,
+    unknownImageType,
+    losslessCopyFailed,
+    finalizationFailed,
 };
 
-class ImageWriterError : public std::exception {
+class ImageWriterError : public TypedError<ImageWriterErrorCase> {
 public:
-    enum class Case { cannotCreateSource, cannotCreateDestination, unknownImageType, losslessCopyFailed, finalizationFailed };
-    explicit ImageWriterError(Case c, std::string detail = "") : case_(c), detail_(std::move(detail)), text_(description()) {}
-    Case errorCase() const { return case_; }
+    explicit ImageWriterError(Case c, std::string detail = "") : TypedError(c, std::move(detail)) { setText(description()); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::string detail_;
-    std::string text_;
 };
 
 }  // namespace tavrin

@@ -5,6 +5,7 @@
 
 #include <fmt/core.h>
 
+#include "model/cleaning_result_builder.h"
 #include "model/file_system.h"
 #include "model/metadata_categorizer.h"
 #include "model/pipeline_error.h"
@@ -402,10 +403,7 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
     const Properties frame0 = source->count() > 0 ? source->propertiesAt(0) : Properties{};
     FilteredProperties filtered = filterFrame(frame0, source->format(), profile);
 
-    CleaningResult result;
-    result.sourceURL = from;
-    result.outputURL = to;
-    result.profileUsed = profile;
+    std::vector<CleaningWarning> warnings;
     const bool isJPEG = source->typeIdentifier() == "public.jpeg" || source->typeIdentifier() == "org.jpeg";
     const bool lossless =
         isJPEG && std::none_of(filtered.retained.begin(), filtered.retained.end(), [](const auto& i) { return i.isRemovable; });
@@ -422,7 +420,7 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
             output = image::writeLosslessJPEG(*source);
         } catch (const std::exception& e) {
             const ImageWriterError failure(ImageWriterError::Case::losslessCopyFailed, e.what());
-            result.warnings.push_back(
+            warnings.push_back(
                 {"JPEG lossless", "Lossless copy failed, falling back to standard write: " + failure.description()});
             writeStandard();
         }
@@ -437,19 +435,11 @@ CleaningResult ImageMetadataWriter::cleanMetadata(const std::filesystem::path& f
     const VerificationOutcome outcome = verifyOutput(*source, output, profile);
     if (!outcome.passed) throw PipelineError::outputVerificationFailed(from, outcome.reason);
 
-    auto sizeOf = [](const std::filesystem::path& p) -> std::int64_t {
-        try {
-            return fs::fileSize(p);
-        } catch (...) {
-            return 0;
-        }
-    };
-    result.originalSize = sizeOf(from);
-    result.cleanedSize = sizeOf(to);
-    result.removedItems = std::move(filtered.removed);
-    result.retainedItems = std::move(filtered.retained);
-    result.verifiedClean = true;
+    CleaningResult result =
+        buildCleaningResult(from, to, profile, std::move(filtered.removed), std::move(filtered.retained), true);
+    // What the verifier found left in the output, rather than what the filter meant to keep.
     result.remainingMetadataClasses = outcome.residualCategories;
+    result.warnings = std::move(warnings);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }

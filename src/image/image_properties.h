@@ -1,7 +1,6 @@
 #pragma once
-// The property tree of one frame: what our image layer reports about an image, keyed like the
-// desktop image I/O it stands in for. Sub-dictionaries sit under "{GPS}", "{Exif}", "{TIFF}", …;
-// the structural facts (PixelWidth, Orientation, ProfileName, …) sit at the top level.
+// The property tree of one frame: what the image layer reports about an image. Sub-dictionaries
+// sit under "{GPS}", "{Exif}", "{TIFF}", …; the structural facts (PixelWidth, Orientation, ProfileName, …) sit at the top level.
 
 #include <array>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
-// An image opened from bytes: its format, its frames and the property tree of each frame. The
-// stand-in for the desktop's image source; it reads containers, never pixels.
+// An image opened from bytes: its format, its frames and the property tree of each frame. It
+// reads containers, never pixels.
 
 #include <memory>
 #include <optional>

@@ -10,6 +10,7 @@
 #include "image/image_structural_keys.h"
 #include "image/iptc_metadata.h"
 #include "image/xmp_metadata.h"
+#include "model/jpeg_markers.h"
 
 namespace tavrin::image::jpegContainer {
 
@@ -36,22 +37,8 @@ struct Layout {
     bool complete = false;  // EOI reached
 };
 
-bool isStandalone(std::uint8_t m) { return m == 0x01 || (m >= 0xD0 && m <= 0xD7); }
-
-std::size_t skipEntropy(ByteSpan d, std::size_t i) {
-    const std::size_t n = d.size();
-    while (i < n) {
-        const void* hit = std::memchr(d.data() + i, 0xFF, n - i);
-        if (!hit) return n;
-        i = static_cast<std::size_t>(static_cast<const std::uint8_t*>(hit) - d.data());
-        if (i + 1 >= n) return n;
-        const std::uint8_t next = d[i + 1];
-        if (next == 0x00 || (next >= 0xD0 && next <= 0xD7)) i += 2;
-        else if (next == 0xFF) i += 1;
-        else return i;
-    }
-    return n;
-}
+using jpegMarkers::isStandalone;
+using jpegMarkers::skipEntropyCodedData;
 
 Layout layout(ByteSpan d) {
     enforce(d.size() >= 4 && d[0] == 0xFF && d[1] == 0xD8, Case::unknownFormat, "no JPEG start-of-image marker");
@@ -79,7 +66,7 @@ Layout layout(ByteSpan d) {
         out.pieces.push_back({PieceKind::segment, marker, i, length + 2});
         i += 2 + length;
         if (marker == 0xDA) {
-            const std::size_t end = skipEntropy(d, i);
+            const std::size_t end = skipEntropyCodedData(d, i);
             out.pieces.push_back({PieceKind::entropy, 0, i, end - i});
             i = end;
         }

@@ -104,7 +104,7 @@ Bytes iccProfileOf(const Chunk& c) {
     try {
         return inflateZlib(c.data.subspan(profileNameEnd(c) + 2), 64 << 20);
     } catch (const ImageFormatError& e) {
-        if (e.detail().rfind("iCCP", 0) == 0) throw;
+        if (e.detail().starts_with("iCCP")) throw;
         if (e.errorCase() == Case::limitExceeded)
             throw ImageFormatError(e.errorCase(), "iCCP: the profile inflates to more than 64 MB");
         throw ImageFormatError(e.errorCase(), "iCCP: the profile does not inflate");

@@ -62,7 +62,7 @@ std::string lower(std::string_view s) {
     return out;
 }
 
-// The identifiers each type conforms to beyond its own: the stand-in for the type hierarchy.
+// The identifiers each type conforms to beyond its own: its family, then the most general ones.
 std::vector<std::string_view> conformances(FileType type) {
     std::vector<std::string_view> out{row(type).utType, "public.data", "public.item"};
     switch (category(type)) {

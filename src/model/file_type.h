@@ -45,8 +45,7 @@ std::optional<FileType> fileTypeFromExtension(std::string_view extension);
 // First type whose identifier conforms to the given one; a general identifier such as
 // "public.image" answers the first type of that family.
 std::optional<FileType> fileTypeFromUTType(std::string_view identifier);
-// Extensions beyond the table that name a known type ("jpe", "jfif", …); the stand-in for the
-// desktop's own type lookup of an extension.
+// Extensions beyond the table that name a known type ("jpe", "jfif", …).
 std::optional<FileType> relatedFileTypeForExtension(std::string_view extension);
 
 std::string_view rawValue(FileTypeCategory category);

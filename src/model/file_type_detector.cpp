@@ -11,13 +11,14 @@
 
 namespace tavrin {
 
-FileTypeDetectionError::FileTypeDetectionError(Case c, std::filesystem::path url) : case_(c), url_(std::move(url)) {
-    text_ = description();
+FileTypeDetectionError::FileTypeDetectionError(Case c, std::filesystem::path url)
+    : TypedError(c, {}), url_(std::move(url)) {
+    setText(description());
 }
 
 std::string FileTypeDetectionError::description() const {
     const std::string name = url_.filename().string();
-    switch (case_) {
+    switch (errorCase()) {
         case Case::emptyFile: return fmt::format("File is empty: {}", name);
         case Case::fileTooSmall: return fmt::format("File is too small to determine type: {}", name);
         case Case::unknownFormat: return fmt::format("Unknown file format: {}", name);

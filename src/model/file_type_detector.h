@@ -6,23 +6,21 @@
 #include <string>
 
 #include "model/file_type.h"
+#include "model/typed_error.h"
 #include "model/source_file.h"
 
 namespace tavrin {
 
-class FileTypeDetectionError : public std::exception {
+enum class FileTypeDetectionErrorCase { emptyFile, fileTooSmall, unknownFormat, fileNotReadable, encryptedOfficeDocument };
+
+class FileTypeDetectionError : public TypedError<FileTypeDetectionErrorCase> {
 public:
-    enum class Case { emptyFile, fileTooSmall, unknownFormat, fileNotReadable, encryptedOfficeDocument };
     FileTypeDetectionError(Case c, std::filesystem::path url);
-    Case errorCase() const { return case_; }
     const std::filesystem::path& url() const { return url_; }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
-    Case case_;
     std::filesystem::path url_;
-    std::string text_;
 };
 
 struct FileTypeDetector {

@@ -17,8 +17,8 @@ std::string describeError(std::exception_ptr error) {
 
 PipelineError::PipelineError(Case c, std::filesystem::path url, FileType type, std::string detail,
                              std::exception_ptr underlying)
-    : case_(c), url_(std::move(url)), type_(type), detail_(std::move(detail)), underlying_(std::move(underlying)) {
-    text_ = description();
+    : TypedError(c, std::move(detail)), url_(std::move(url)), type_(type), underlying_(std::move(underlying)) {
+    setText(description());
 }
 
 PipelineError PipelineError::noReaderAvailable(FileType t) { return {Case::noReaderAvailable, {}, t, {}, nullptr}; }
@@ -58,7 +58,7 @@ PipelineError PipelineError::outputVerificationFailed(const std::filesystem::pat
     return {Case::outputVerificationFailed, u, FileType::jpeg, describeError(e), e};
 }
 
-std::string PipelineError::reason() const { return underlying_ ? detail_ : std::string(); }
+std::string PipelineError::reason() const { return underlying_ ? detail() : std::string(); }
 PipelineError PipelineError::exifToolFailed(std::string text) {
     return {Case::exifToolFailed, {}, FileType::jpeg, std::move(text), nullptr};
 }
@@ -70,7 +70,7 @@ PipelineError PipelineError::exifToolNotAvailable() {
 std::string PipelineError::description() const {
     const std::string name = url_.filename().string();
     const std::string_view type = displayName(type_);
-    switch (case_) {
+    switch (errorCase()) {
         case Case::noReaderAvailable: return fmt::format("No metadata reader available for {} files", type);
         case Case::noWriterAvailable: return fmt::format("No metadata writer available for {} files", type);
         case Case::fileTypeUnknown: return fmt::format("Cannot determine file type: {}", name);
@@ -81,12 +81,12 @@ std::string PipelineError::description() const {
                 name);
         case Case::sourceFileNotAccessible: {
             std::string text = fmt::format("Cannot access file: {}", name);
-            if (!detail_.empty()) text += fmt::format(" ({})", detail_);
+            if (!detail().empty()) text += fmt::format(" ({})", detail());
             return text;
         }
         case Case::outputDirectoryNotAccessible: return fmt::format("Cannot write to directory: {}", url_.string());
-        case Case::readFailed: return fmt::format("Failed to read metadata from {}: {}", name, detail_);
-        case Case::writeFailed: return fmt::format("Failed to clean {}: {}", name, detail_);
+        case Case::readFailed: return fmt::format("Failed to read metadata from {}: {}", name, detail());
+        case Case::writeFailed: return fmt::format("Failed to clean {}: {}", name, detail());
         case Case::formatNotVerifiedForCleaning:
             return fmt::format(
                 "{} cleaning is blocked in strict mode because metadata removal has not been fully verified for "
@@ -97,10 +97,10 @@ std::string PipelineError::description() const {
                 "Couldn't verify {} was fully cleaned \u2014 it may use an unusual structure or contain embedded "
                 "attachments \u2014 so the cleaned copy was not produced.",
                 name);
-            if (!detail_.empty()) text += fmt::format(" ({})", detail_);
+            if (!detail().empty()) text += fmt::format(" ({})", detail());
             return text;
         }
-        case Case::exifToolFailed: return fmt::format("ExifTool error: {}", detail_);
+        case Case::exifToolFailed: return fmt::format("ExifTool error: {}", detail());
         case Case::cancelled: return "Operation was cancelled";
         case Case::exifToolNotAvailable:
             return "ExifTool is not available. This fallback is not included in the current Tavrin release.";

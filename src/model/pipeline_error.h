@@ -9,27 +9,28 @@
 #include <variant>
 
 #include "model/file_type.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
-class PipelineError : public std::exception {
-public:
-    enum class Case {
-        noReaderAvailable,
-        noWriterAvailable,
-        fileTypeUnknown,
-        encryptedOfficeDocument,
-        sourceFileNotAccessible,
-        outputDirectoryNotAccessible,
-        readFailed,
-        writeFailed,
-        formatNotVerifiedForCleaning,
-        outputVerificationFailed,
-        exifToolFailed,
-        cancelled,
-        exifToolNotAvailable,
-    };
+enum class PipelineErrorCase {
+    noReaderAvailable,
+    noWriterAvailable,
+    fileTypeUnknown,
+    encryptedOfficeDocument,
+    sourceFileNotAccessible,
+    outputDirectoryNotAccessible,
+    readFailed,
+    writeFailed,
+    formatNotVerifiedForCleaning,
+    outputVerificationFailed,
+    exifToolFailed,
+    cancelled,
+    exifToolNotAvailable,
+};
 
+class PipelineError : public TypedError<PipelineErrorCase> {
+public:
     static PipelineError noReaderAvailable(FileType type);
     static PipelineError noWriterAvailable(FileType type);
     static PipelineError fileTypeUnknown(const std::filesystem::path& url);
@@ -51,7 +52,6 @@ public:
     static PipelineError cancelled();
     static PipelineError exifToolNotAvailable();
 
-    Case errorCase() const { return case_; }
     const std::filesystem::path& url() const { return url_; }
     FileType fileType() const { return type_; }
     // The wrapped error of `readFailed`, `writeFailed` and a verification failure that gives its
@@ -61,16 +61,13 @@ public:
     std::string reason() const;
 
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
+    // `detail`: the exifToolFailed text, or the underlying error's text.
     PipelineError(Case c, std::filesystem::path url, FileType type, std::string detail, std::exception_ptr underlying);
-    Case case_;
     std::filesystem::path url_;
     FileType type_ = FileType::jpeg;
-    std::string detail_;  // exifToolFailed text, or the underlying error's text
     std::exception_ptr underlying_;
-    std::string text_;
 };
 
 // The text of any exception, for messages that wrap it.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "model/data_size.h"
+#include "office/office_embedded_content_detection.h"
 #include "office/office_hidden_content_detector.h"
 
 namespace tavrin {
@@ -16,10 +17,6 @@ constexpr std::array<std::string_view, 6> keptConnectionKeys = {"provider", "dat
                                                                "initial catalog", "database", "dsn"};
 constexpr std::string_view relationshipsNamespace = "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 std::string trimmed(std::string_view text) {
     const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; };
@@ -155,8 +152,8 @@ std::vector<MetadataItem> OfficeHiddenContentDetector::detectEmbeddedOLEObjects(
         if (entry.type() != EntryType::file) continue;
         const std::string lower = lowerCasedPath(entry.path());
         const bool underEmbeddings = std::any_of(embeddedObjectPrefixes.begin(), embeddedObjectPrefixes.end(),
-                                                 [&](std::string_view prefix) { return startsWith(lower, prefix); });
-        if (!underEmbeddings && !startsWith(lastPathComponent(lower), "oleobject")) continue;
+                                                 [&](std::string_view prefix) { return lower.starts_with(prefix); });
+        if (!underEmbeddings && !lastPathComponent(lower).starts_with("oleobject")) continue;
         const auto hint = embeddedTypeHint(entry, archive);
         const std::string size = sizeText(entry);
         items.push_back(finding("office.hidden.embedded." + entry.path(), entry.path(),
@@ -186,8 +183,8 @@ std::vector<MetadataItem> OfficeHiddenContentDetector::detectCustomXMLParts(cons
         if (entry.type() != EntryType::file) continue;
         const std::string lower = lowerCasedPath(entry.path());
         const std::string_view name = lastPathComponent(lower);
-        if (!startsWith(lower, "customxml/") || !endsWith(lower, ".xml") || lower.find("/_rels/") != std::string::npos ||
-            !startsWith(name, "item") || startsWith(name, "itemprops"))
+        if (!lower.starts_with("customxml/") || !lower.ends_with(".xml") || lower.find("/_rels/") != std::string::npos ||
+            !name.starts_with("item") || name.starts_with("itemprops"))
             continue;
         const auto descriptor = customXMLRootDescriptor(entry, archive);
         items.push_back(finding("office.hidden.customXml." + entry.path(), entry.path(),
@@ -212,7 +209,7 @@ std::string OfficeHiddenContentDetector::sanitizedTarget(std::string_view target
     std::string_view rest = target.substr(colon + 1);
     rest = rest.substr(0, rest.find_first_of("?#"));
     std::string result(target.substr(0, colon + 1));
-    if (startsWith(rest, "//")) {
+    if (rest.starts_with("//")) {
         const std::string_view afterSlashes = rest.substr(2);
         const auto authorityEnd = afterSlashes.find('/');
         std::string_view authority = afterSlashes.substr(0, authorityEnd);
@@ -307,8 +304,8 @@ std::vector<MetadataItem> OfficeHiddenContentDetector::detectExternalLinks(const
     for (const auto& entry : archive) {
         if (entry.type() != EntryType::file) continue;
         const std::string lower = lowerCasedPath(entry.path());
-        if (!startsWith(lower, "xl/externallinks/") || !endsWith(lower, ".xml") ||
-            lower.find("/_rels/") != std::string::npos || !startsWith(lastPathComponent(lower), "externallink"))
+        if (!lower.starts_with("xl/externallinks/") || !lower.ends_with(".xml") ||
+            lower.find("/_rels/") != std::string::npos || !lastPathComponent(lower).starts_with("externallink"))
             continue;
         const auto targets = externalLinkTargets(entry.path(), archive);
         std::string value;

@@ -1,6 +1,7 @@
 // Which whole entries leave a package when hidden content is removed: the union of what the
 // hidden-content detectors say may go.
 
+#include "office/office_hidden_content_paths.h"
 #include "office/office_hidden_content_detector.h"
 
 namespace tavrin {

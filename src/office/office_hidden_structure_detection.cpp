@@ -3,6 +3,7 @@
 #include <charconv>
 #include <limits>
 
+#include "office/office_hidden_structure_detection.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/office_xml_scrubber.h"
 
@@ -10,12 +11,8 @@ namespace tavrin {
 
 namespace {
 
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 MetadataItem finding(std::string id, std::string key, std::string displayName, std::string value, bool removable) {
     return MetadataItem{std::move(id), std::move(key), std::move(displayName), MetadataValue::string(std::move(value)),
@@ -88,7 +85,7 @@ bool isHiddenState(const std::optional<std::string>& state) {
 
 bool isSlidePath(std::string_view stored) {
     const std::string lower = lowerCasedPath(stored);
-    return startsWith(lower, "ppt/slides/slide") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos;
+    return lower.starts_with("ppt/slides/slide") && lower.ends_with(".xml") && lower.find("/_rels/") == std::string::npos;
 }
 
 // A slide hidden in either of two places: the slide's own `show`, or its sldId in the
@@ -105,7 +102,7 @@ void forEachHiddenSlide(const Archive& archive, Visit&& visit) {
         const auto root = slide->rootElement();
         if (root->localName() != "sld" || attribute(*root, "show") != std::optional<std::string>("0")) continue;
         const std::string& path = entry.path();
-        const std::string relative = startsWith(path, "ppt/") ? path.substr(4) : path;
+        const std::string relative = path.starts_with("ppt/") ? path.substr(4) : path;
         const auto id = idForTarget.find(relative);
         seenPaths.insert(path);
         visit(finding("office.hidden.slide." + (id != idForTarget.end() ? id->second : path), path, "Hidden Slide",

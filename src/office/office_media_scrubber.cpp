@@ -10,7 +10,6 @@ namespace tavrin {
 
 namespace {
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
 
 // Opens as an image within the decode limits. The cheap sniff first spares every XML part a
 // copy into the image layer.
@@ -62,7 +61,7 @@ bool OfficeMediaScrubber::hasKnownMediaExtension(std::string_view path) {
 bool OfficeMediaScrubber::isEmbeddedMedia(std::string_view path, std::span<const std::uint8_t> data) {
     const std::string lower = lowerCasedPath(path);
     for (const auto& root : officeMediaRoots())
-        if (startsWith(lower, root)) return true;
+        if (lower.starts_with(root)) return true;
     if (opensAsImage(data)) return true;
     return hasKnownMediaExtension(path);
 }
@@ -72,9 +71,9 @@ bool OfficeMediaScrubber::profileTargetsImageMetadata(const CleaningProfile& pro
     constexpr std::string_view imageIOPrefix = "imageio.";
     for (const auto& key : profile.specificKeysToRemove) {
         std::string_view rest = key;
-        if (startsWith(rest, imageIOPrefix)) rest.remove_prefix(imageIOPrefix.size());
+        if (rest.starts_with(imageIOPrefix)) rest.remove_prefix(imageIOPrefix.size());
         for (const auto& prefix : imageMetadataSourcePrefixes())
-            if (startsWith(rest, prefix) && (rest.size() == prefix.size() || rest[prefix.size()] == '.')) return true;
+            if (rest.starts_with(prefix) && (rest.size() == prefix.size() || rest[prefix.size()] == '.')) return true;
     }
     return false;
 }

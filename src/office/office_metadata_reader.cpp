@@ -181,10 +181,10 @@ const char* const propertyParts[] = {"docProps/core.xml", "docProps/app.xml", "d
 }  // namespace
 
 std::string OfficeMetadataReaderError::description() const {
-    switch (case_) {
+    switch (errorCase()) {
         case Case::cannotOpenArchive: return "Unable to open Office document as ZIP archive";
-        case Case::xmlParsingFailed: return "Failed to parse " + part_ + ": " + reason_;
-        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + reason_ + ")";
+        case Case::xmlParsingFailed: return "Failed to parse " + part_ + ": " + detail();
+        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + detail() + ")";
     }
     return "";
 }

@@ -11,12 +11,14 @@
 #include <vector>
 
 #include "model/metadata_reader.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
-class OfficeMetadataReaderError : public std::exception {
+enum class OfficeMetadataReaderErrorCase { cannotOpenArchive, xmlParsingFailed, notAnOfficePackage };
+
+class OfficeMetadataReaderError : public TypedError<OfficeMetadataReaderErrorCase> {
 public:
-    enum class Case { cannotOpenArchive, xmlParsingFailed, notAnOfficePackage };
     static OfficeMetadataReaderError cannotOpenArchive() { return OfficeMetadataReaderError(Case::cannotOpenArchive, "", ""); }
     // A ZIP of another kind under an Office extension; `reason` says what it is or lacks.
     static OfficeMetadataReaderError notAnOfficePackage(std::string reason) {
@@ -25,18 +27,16 @@ public:
     static OfficeMetadataReaderError xmlParsingFailed(std::string part, std::string reason) {
         return OfficeMetadataReaderError(Case::xmlParsingFailed, std::move(part), std::move(reason));
     }
-    Case errorCase() const { return case_; }
     const std::string& part() const { return part_; }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
+    // `reason` is the detail.
     OfficeMetadataReaderError(Case c, std::string part, std::string reason)
-        : case_(c), part_(std::move(part)), reason_(std::move(reason)), text_(description()) {}
-    Case case_;
+        : TypedError(c, std::move(reason)), part_(std::move(part)) {
+        setText(description());
+    }
     std::string part_;
-    std::string reason_;
-    std::string text_;
 };
 
 class OfficeMetadataReader : public MetadataReader {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 
+#include "model/cleaning_result_builder.h"
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
 #include "office/office_hidden_content_detector.h"
@@ -15,10 +16,10 @@
 namespace tavrin {
 
 std::string OfficeWriterError::description() const {
-    switch (case_) {
+    switch (errorCase()) {
         case Case::satelliteDecodeFailed:
-            return "OPC satellite file '" + path_ + "' could not be decoded; dangling relationship cleanup aborted";
-        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + path_ + ")";
+            return "OPC satellite file '" + detail() + "' could not be decoded; dangling relationship cleanup aborted";
+        case Case::notAnOfficePackage: return "The file is not an Office Open XML package (" + detail() + ")";
     }
     return {};
 }
@@ -27,14 +28,6 @@ namespace {
 
 bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
     return profile.categoriesToRemove.count(category) > 0;
-}
-
-std::int64_t sizeOrZero(const std::filesystem::path& path) {
-    try {
-        return fs::fileSize(path);
-    } catch (...) {
-        return 0;
-    }
 }
 
 }  // namespace
@@ -84,18 +77,10 @@ CleaningResult OfficeMetadataWriter::cleanMetadata(const std::filesystem::path& 
     if (accumulator.hadUnscrubbablePart) throw PipelineError::outputVerificationFailed(destination, accumulator.firstFailure);
     if (auto reason = verificationFailure(destination, profile)) throw PipelineError::outputVerificationFailed(destination, *reason);
 
-    CleaningResult result;
-    result.sourceURL = source;
-    result.outputURL = destination;
-    result.originalSize = sizeOrZero(source);
-    result.cleanedSize = sizeOrZero(destination);
-    result.removedItems = std::move(accumulator.removedItems);
-    result.retainedItems = std::move(accumulator.retainedItems);
+    CleaningResult result = buildCleaningResult(source, destination, profile, std::move(accumulator.removedItems),
+                                                std::move(accumulator.retainedItems), true);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     result.warnings = std::move(accumulator.warnings);
-    result.profileUsed = profile;
-    result.verifiedClean = true;
-    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     return result;
 }
 

@@ -14,14 +14,16 @@
 #include <string>
 
 #include "model/metadata_reader.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
 class Archive;
 
-class OfficeWriterError : public std::exception {
+enum class OfficeWriterErrorCase { satelliteDecodeFailed, notAnOfficePackage };
+
+class OfficeWriterError : public TypedError<OfficeWriterErrorCase> {
 public:
-    enum class Case { satelliteDecodeFailed, notAnOfficePackage };
     static OfficeWriterError satelliteDecodeFailed(std::string path) {
         return OfficeWriterError(Case::satelliteDecodeFailed, std::move(path));
     }
@@ -29,16 +31,12 @@ public:
     static OfficeWriterError notAnOfficePackage(std::string reason) {
         return OfficeWriterError(Case::notAnOfficePackage, std::move(reason));
     }
-    Case errorCase() const { return case_; }
-    const std::string& path() const { return path_; }
+    // The satellite file's path, or the reason of `notAnOfficePackage`.
+    const std::string& path() const { return detail(); }
     std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
 
 private:
-    OfficeWriterError(Case c, std::string path) : case_(c), path_(std::move(path)), text_(description()) {}
-    Case case_;
-    std::string path_;
-    std::string text_;
+    OfficeWriterError(Case c, std::string path) : TypedError(c, std::move(path)) { setText(description()); }
 };
 
 class OfficeMetadataWriter : public MetadataWriter {

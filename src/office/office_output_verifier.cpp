@@ -23,11 +23,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-bool isThumbnailPath(const std::string& lower) { return startsWith(lower, "docprops/thumbnail."); }
+bool isThumbnailPath(const std::string& lower) { return lower.starts_with("docprops/thumbnail."); }
 
 using Failure = std::optional<std::string>;
 
@@ -36,7 +32,7 @@ bool profileRemoves(const CleaningProfile& profile, MetadataCategory category) {
 }
 
 Failure hiddenContentResidue(const Archive& archive) {
-    using D = OfficeHiddenContentDetector;
+    namespace D = OfficeHiddenContentDetector;
     const auto headersAndFooters = D::headerFooterFindings(archive);
     if (!headersAndFooters.orphaned.empty()) return "headers or footers no section uses remain";
     if (!headersAndFooters.inactive.inactiveReferences.empty()) return "word/document.xml: header or footer references no page shows remain";
@@ -49,7 +45,7 @@ Failure hiddenContentResidue(const Archive& archive) {
 
 bool mediaPrefixed(const std::string& lower) {
     for (const auto& root : OfficeMediaScrubber::officeMediaRoots())
-        if (startsWith(lower, root)) return true;
+        if (lower.starts_with(root)) return true;
     return false;
 }
 
@@ -71,7 +67,7 @@ Failure verifyMediaEntry(const std::string& path, const Bytes& data, bool isDeco
 Failure verifyXMLEntry(const Bytes& data, const std::string& path, const CleaningProfile& profile,
                        const std::set<std::string>& vanishStyleIDs) {
     const std::string lower = lowerCasedPath(path);
-    if (!(startsWith(lower, "word/") || startsWith(lower, "xl/") || startsWith(lower, "ppt/"))) return std::nullopt;
+    if (!(lower.starts_with("word/") || lower.starts_with("xl/") || lower.starts_with("ppt/"))) return std::nullopt;
     auto document = OfficeXMLDocument::parse(data);
     if (!document || !document->rootElement()) return path + ": not well-formed XML";
     const XMLElement root = *document->rootElement();
@@ -87,7 +83,7 @@ Failure verifyXMLEntry(const Bytes& data, const std::string& path, const Cleanin
             return path + ": author names remain";
         if (lower == "xl/workbook.xml" && OfficeSavedPathScrubber::residue(root))
             return path + ": the path the workbook was saved under remains";
-        if (startsWith(lower, "xl/externallinks/") && OfficeSavedPathScrubber::residue(root))
+        if (lower.starts_with("xl/externallinks/") && OfficeSavedPathScrubber::residue(root))
             return path + ": the linked workbook's other addresses remain";
     }
     if (profileRemoves(profile, MetadataCategory::commentsAnnotations)) {
@@ -115,7 +111,7 @@ Failure verifyEntry(const Archive& archive, const Entry& entry, const CleaningPr
     const bool decodable = image::sniffImageFormat(data).has_value() && ImageMetadataWriter::isDecodableImageData(data);
     if (mediaPrefixed(lower) || decodable || OfficeMediaScrubber::hasKnownMediaExtension(path))
         return verifyMediaEntry(path, data, decodable, profile);
-    if (endsWith(lower, ".xml")) return verifyXMLEntry(data, path, profile, vanishStyleIDs);
+    if (lower.ends_with(".xml")) return verifyXMLEntry(data, path, profile, vanishStyleIDs);
     return std::nullopt;
 }
 

@@ -15,11 +15,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
-bool isXMLPath(const std::string& lower) { return endsWith(lower, ".xml") || endsWith(lower, ".rels"); }
+bool isXMLPath(const std::string& lower) { return lower.ends_with(".xml") || lower.ends_with(".rels"); }
 
 // Decimal units, as sizes are shown everywhere else.
 std::string megabytes(std::uint64_t bytes) {
@@ -119,6 +116,18 @@ std::optional<std::string> duplicateSlideReference(const Archive& archive) {
     return fmt::format("{}: the slide list names relationship {} twice", entry->path(), *duplicate);
 }
 
+// Reads an XML part into `bytes`; what makes it unreadable or ill-formed, if anything, named
+// with the part.
+std::optional<std::string> readWellFormedXML(const Archive& archive, const Entry& entry, Bytes& bytes) {
+    try {
+        bytes = extractEntry(archive, entry);
+    } catch (const ArchiveError& error) {
+        return entry.path() + ": " + error.description();
+    }
+    if (auto problem = OfficePackageCheck::xmlProblem(bytes)) return entry.path() + ": " + *problem;
+    return std::nullopt;
+}
+
 }  // namespace
 
 bool OfficePackageCheck::isRelationshipNamespace(std::string_view uri) {
@@ -130,9 +139,9 @@ std::optional<std::string> OfficePackageCheck::ownerOfRelationshipsPart(std::str
     const auto slash = relsPath.rfind('/');
     if (slash == std::string_view::npos) return std::nullopt;
     const std::string_view folder = relsPath.substr(0, slash);
-    if (!(lowerCasedPath(folder) == "_rels" || endsWith(lowerCasedPath(folder), "/_rels"))) return std::nullopt;
+    if (!(lowerCasedPath(folder) == "_rels" || lowerCasedPath(folder).ends_with("/_rels"))) return std::nullopt;
     const std::string_view name = relsPath.substr(slash + 1);
-    if (!endsWith(lowerCasedPath(name), ".rels")) return std::nullopt;
+    if (!lowerCasedPath(name).ends_with(".rels")) return std::nullopt;
     return std::string(folder.substr(0, folder.size() - 5)) + std::string(name.substr(0, name.size() - 5));
 }
 
@@ -177,12 +186,7 @@ std::optional<std::string> OfficePackageCheck::refusalOfSource(const Archive& ar
     for (const auto& entry : archive) {
         if (entry.type() != EntryType::file || !isXMLPath(lowerCasedPath(entry.path()))) continue;
         Bytes bytes;
-        try {
-            bytes = extractEntry(archive, entry);
-        } catch (const ArchiveError& error) {
-            return entry.path() + ": " + error.description();
-        }
-        if (auto problem = xmlProblem(bytes)) return entry.path() + ": " + *problem;
+        if (auto problem = readWellFormedXML(archive, entry, bytes)) return problem;
     }
     return duplicateSlideReference(archive);
 }
@@ -191,7 +195,7 @@ std::set<std::string> OfficePackageCheck::missingTargets(const Archive& archive)
     const auto stored = storedLowerPaths(archive);
     std::set<std::string> missing;
     for (const auto& entry : archive) {
-        if (entry.type() != EntryType::file || !endsWith(lowerCasedPath(entry.path()), ".rels")) continue;
+        if (entry.type() != EntryType::file || !lowerCasedPath(entry.path()).ends_with(".rels")) continue;
         for (const auto& relationship : relationshipsOf(archive, entry).value_or(std::vector<Relationship>{}))
             if (!relationship.external && !relationship.target.empty() && !stored.count(lowerCasedPath(relationship.target)))
                 missing.insert(lowerCasedPath(relationship.target));
@@ -231,7 +235,7 @@ std::map<std::string, std::set<std::string>> OfficePackageCheck::relationshipIds
                                                                                    const std::set<std::string>& gonePaths) {
     std::map<std::string, std::set<std::string>> ids;
     for (const auto& entry : archive) {
-        if (entry.type() != EntryType::file || !endsWith(lowerCasedPath(entry.path()), ".rels")) continue;
+        if (entry.type() != EntryType::file || !lowerCasedPath(entry.path()).ends_with(".rels")) continue;
         const auto owner = ownerOfRelationshipsPart(entry.path());
         if (!owner) continue;
         for (const auto& relationship : relationshipsOf(archive, entry).value_or(std::vector<Relationship>{}))
@@ -258,7 +262,7 @@ std::optional<std::string> OfficePackageCheck::inconsistency(const Archive& arch
                                 types->defaults.count(lower.substr(dot + 1)));
             if (!typed) return path + ": the part has no content type";
         }
-        if (!endsWith(lower, ".rels")) continue;
+        if (!lower.ends_with(".rels")) continue;
         const auto owner = ownerOfRelationshipsPart(path);
         if (!owner) return path + ": a relationships part outside a _rels folder";
         if (!owner->empty() && !stored.count(lowerCasedPath(*owner)))
@@ -272,7 +276,7 @@ std::optional<std::string> OfficePackageCheck::inconsistency(const Archive& arch
             const std::string target = lowerCasedPath(relationship.target);
             if (!archive[relationship.target])
                 return fmt::format("{}: the target {} is not in the package", path, relationship.target);
-            if (endsWith(target, ".rels") || target == lowerCasedPath(*owner))
+            if (target.ends_with(".rels") || target == lowerCasedPath(*owner))
                 return fmt::format("{}: the target {} is not a part it may name", path, relationship.target);
         }
     }
@@ -280,13 +284,8 @@ std::optional<std::string> OfficePackageCheck::inconsistency(const Archive& arch
         const std::string lower = lowerCasedPath(entry.path());
         if (entry.type() != EntryType::file || !isXMLPath(lower)) continue;
         Bytes bytes;
-        try {
-            bytes = extractEntry(archive, entry);
-        } catch (const ArchiveError& error) {
-            return entry.path() + ": " + error.description();
-        }
-        if (auto problem = xmlProblem(bytes)) return entry.path() + ": " + *problem;
-        if (endsWith(lower, ".rels") || lower == "[content_types].xml") continue;
+        if (auto problem = readWellFormedXML(archive, entry, bytes)) return problem;
+        if (lower.ends_with(".rels") || lower == "[content_types].xml") continue;
         const auto text = OfficeTextEncoding::decodeXML(bytes);
         const auto owned = idsByOwner.find(lower);
         std::optional<std::string> dangling;

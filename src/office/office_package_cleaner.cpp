@@ -27,31 +27,11 @@
 
 namespace tavrin {
 
-std::string OfficeCleaningAccumulator::lowerCasedFirst(std::string text) {
-    if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z') text.front() = static_cast<char>(text.front() + 32);
-    return text;
-}
-
-void OfficeCleaningAccumulator::fail(const std::string& path, std::string message) {
-    if (!hadUnscrubbablePart) firstFailure = path + ": " + lowerCasedFirst(message);
-    hadUnscrubbablePart = true;
-    warnings.push_back({path, std::move(message)});
-}
-
-void OfficeCleaningAccumulator::recordRemoval(const std::string& path, std::string displayName, MetadataCategory category) {
-    removedItems.push_back({"office." + path, path, std::move(displayName), MetadataValue::string(path), category,
-                            MetadataSource::zipXML, true});
-}
-
 namespace {
 
 using Accumulator = OfficeCleaningAccumulator;
 using Bytes = std::vector<std::uint8_t>;
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
 
@@ -70,25 +50,10 @@ struct Switches {
     bool touchesMarkup() const { return removeIdentity || removeHistory || removeComments || removeTimes; }
 };
 
-bool isThumbnailPath(const std::string& lower) { return startsWith(lower, "docprops/thumbnail."); }
-bool isSatellitePath(const std::string& lower) { return endsWith(lower, ".rels") || lower == "[content_types].xml"; }
+bool isThumbnailPath(const std::string& lower) { return lower.starts_with("docprops/thumbnail."); }
+bool isSatellitePath(const std::string& lower) { return lower.ends_with(".rels") || lower == "[content_types].xml"; }
 
 // One package cleaning: the walk over the source, the transforms, and what it records.
-// The extended properties without their lists of part titles (sheet names, slide titles) and
-// the heading pairs that count them; nothing when the text does not parse.
-std::optional<std::string> withoutPartTitles(const std::string& xml) {
-    auto document = scrubbing::parsedPartText(xml);
-    if (!document || !document->rootElement()) return std::nullopt;
-    std::vector<XMLNode> doomed;
-    for (const auto& child : document->rootElement()->children())
-        if (child.kind() == XMLNode::Kind::element &&
-            (child.localName() == "TitlesOfParts" || child.localName() == "HeadingPairs"))
-            doomed.push_back(child);
-    if (doomed.empty()) return xml;
-    for (auto& node : doomed) node.detach();
-    return scrubbing::serializedPartText(*document);
-}
-
 class PackageCleaner {
 public:
     PackageCleaner(const Archive& source, Archive& destination, const CleaningProfile& profile, Accumulator& accumulator)
@@ -107,7 +72,7 @@ public:
                 std::set<std::string> keptSheets;
                 for (const auto& entry : source_) {
                     const std::string lower = lowerCasedPath(entry.path());
-                    if (startsWith(lower, "xl/worksheets/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos &&
+                    if (lower.starts_with("xl/worksheets/") && lower.ends_with(".xml") && lower.find("/_rels/") == std::string::npos &&
                         !hiddenPaths_.count(lower))
                         keptSheets.insert(entry.path());
                 }
@@ -129,8 +94,8 @@ public:
         // a part that is not there.
         for (const auto& entry : source_) {
             const std::string lower = lowerCasedPath(entry.path());
-            if (entry.type() != EntryType::file || !endsWith(lower, ".rels") || dropRule(entry.path())) continue;
-            if (const auto owner = ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
+            if (entry.type() != EntryType::file || !lower.ends_with(".rels") || dropRule(entry.path())) continue;
+            if (const auto owner = OfficePackageCheck::ownerOfRelationshipsPart(lower); owner && droppedLower().count(*owner)) {
                 ownedRelationships_[lower] = *dropRule(*storedDroppedPath(*owner));
                 droppedPaths_.insert(entry.path());
             }
@@ -181,22 +146,12 @@ private:
             return std::pair{std::string("Thumbnail"), MetadataCategory::thumbnails};
         // In lower case: the notes part of a hidden slide is named by computation, not as stored.
         if ((switches_.removeHidden && hiddenPaths_.count(lower)) || orphanPaths_.count(lower))
-            return std::pair{std::string("Hidden/Orphaned Part"), MetadataCategory::hiddenContent};
+            return std::pair{std::string("Hidden/Orphaned part"), MetadataCategory::hiddenContent};
         // The calculation chain lists the cells of every sheet by index; Excel rebuilds it.
         if (hiddenSheetsGo_ && lower == "xl/calcchain.xml")
             return std::pair{std::string("Calculation Chain"), MetadataCategory::hiddenContent};
         if (const auto owned = ownedRelationships_.find(lower); owned != ownedRelationships_.end()) return owned->second;
         return std::nullopt;
-    }
-
-    // "word/_rels/header3.xml.rels" belongs to "word/header3.xml" (both lower-cased).
-    static std::optional<std::string> ownerOfRelationshipsPart(const std::string& lower) {
-        const auto slash = lower.rfind('/');
-        if (slash == std::string::npos) return std::nullopt;
-        const std::string folder = lower.substr(0, slash);
-        if (!(folder == "_rels" || endsWith(folder, "/_rels"))) return std::nullopt;
-        const std::string name = lower.substr(slash + 1, lower.size() - slash - 1 - std::string_view(".rels").size());
-        return folder.substr(0, folder.size() - std::string_view("_rels").size()) + name;
     }
 
     std::set<std::string> droppedLower() const {
@@ -246,7 +201,7 @@ private:
     }
 
     void recordDetectOnlyLatentFindings() {
-        using D = OfficeHiddenContentDetector;
+        namespace D = OfficeHiddenContentDetector;
         for (auto detect : {&D::detectEmbeddedOLEObjects, &D::detectCustomXMLParts, &D::detectVBAMacros,
                             &D::detectOffSlideShapes, &D::detectConnections, &D::detectExternalLinks}) {
             for (auto& item : detect(source_)) {
@@ -326,7 +281,7 @@ private:
                 return std::pair{std::move(out->xml), std::move(out->removedLabels)};
             });
         }
-        if (startsWith(lower, "word/_rels/")) {
+        if (lower.starts_with("word/_rels/")) {
             return rewriteHiddenPart(std::move(data), path, [](const std::string& xml) -> Labelled {
                 auto out = S::scrubLatentRelationships(xml);
                 if (!out) return std::nullopt;
@@ -334,7 +289,7 @@ private:
                 return std::pair{std::move(out->xml), std::vector<std::string>{"Latent Relationship"}};
             });
         }
-        if (startsWith(lower, "xl/worksheets/") && lower.find("/_rels/") == std::string::npos) {
+        if (lower.starts_with("xl/worksheets/") && lower.find("/_rels/") == std::string::npos) {
             const auto rIds = OfficeHiddenContentDetector::printerSettingsRIds(path, droppedPaths_, source_);
             if (rIds.empty()) return data;
             return rewriteHiddenPart(std::move(data), path, [&](const std::string& xml) -> Labelled {
@@ -355,15 +310,15 @@ private:
         // Comments and rosters outside the Word vocabulary name people too; left out of scope,
         // a profile that removes authors would find them again in verification.
         if (OfficePartClassifier::isCommentContentPart(path) || OfficePartClassifier::isCommentRosterPart(path)) return true;
-        if (startsWith(lower, "xl/revisions/") && endsWith(lower, ".xml")) return switches_.removeHistory;
-        if (startsWith(lower, "ppt/notesslides/") && endsWith(lower, ".xml")) return true;
+        if (lower.starts_with("xl/revisions/") && lower.ends_with(".xml")) return switches_.removeHistory;
+        if (lower.starts_with("ppt/notesslides/") && lower.ends_with(".xml")) return true;
         return OfficePartClassifier::isWordMarkupPart(path);
     }
 
     Bytes transform(Bytes data, const std::string& path) {
         if (OfficeMediaScrubber::isEmbeddedMedia(path, data)) return transformMedia(std::move(data), path);
         const std::string lower = lowerCasedPath(path);
-        if (!endsWith(lower, ".xml")) return data;
+        if (!lower.ends_with(".xml")) return data;
         if (!xmlPartIsInScope(path)) return data;
         const auto text = OfficeTextEncoding::decodeXML(data);
         if (!text) {
@@ -374,12 +329,12 @@ private:
             lower == "xl/revisions/usernames.xml")
             return transformIdentityPart(std::move(data), *text, path, "Comment/author part could not be parsed for scrubbing",
                                          "Comment Author");
-        if (startsWith(lower, "xl/revisions/")) {
+        if (lower.starts_with("xl/revisions/")) {
             return applyScrub(std::move(data), path, OfficeXMLScrubber::emptiedRevisionPart(*text),
                               "Excel revision part could not be parsed for scrubbing", "Excel Revision History",
                               MetadataCategory::documentHistory);
         }
-        if (startsWith(lower, "ppt/notesslides/")) {
+        if (lower.starts_with("ppt/notesslides/")) {
             return applyScrub(std::move(data), path, OfficeXMLScrubber::scrubGenericOfficePart(*text, profile_, false),
                               "Office content part could not be parsed for scrubbing");
         }
@@ -438,7 +393,7 @@ private:
         if (lower == "docprops/app.xml" && switches_.removeHidden && !hiddenPaths_.empty()) {
             // The part lists every sheet's name and slide's title; with hidden ones dropped it
             // would still name them. Office rebuilds both lists when it next saves.
-            auto withoutTitles = withoutPartTitles(result->xml);
+            auto withoutTitles = OfficePropertyScrubber::withoutPartTitles(result->xml);
             if (!withoutTitles) {
                 acc_.fail(path, "Property part could not be parsed for scrubbing");
                 return data;
@@ -470,7 +425,7 @@ private:
     }
 
     static bool isExternalLinkPart(const std::string& lower) {
-        return startsWith(lower, "xl/externallinks/") && endsWith(lower, ".xml") && lower.find("/_rels/") == std::string::npos;
+        return lower.starts_with("xl/externallinks/") && lower.ends_with(".xml") && lower.find("/_rels/") == std::string::npos;
     }
 
     // The relationships that the alternate addresses of each external link use, by the
@@ -488,54 +443,59 @@ private:
         }
     }
 
-    Bytes withoutAlternateAddresses(Bytes data, const std::string& path) {
+    // The part's text rewritten by `rewrite`; when the part does not decode or `rewrite` cannot
+    // parse it, the part stays as it was and `failure` refuses the result.
+    template <typename Rewrite>
+    Bytes rewritten(Bytes data, const std::string& path, const char* failure, Rewrite rewrite) {
         const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<OfficeSavedPathScrubber::LinkRewrite> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::scrubExternalLink(*text);
-        if (!rewrite) {
-            acc_.fail(path, "External link could not be parsed to remove the linked workbook's other addresses");
+        const std::optional<std::string> result = text ? rewrite(*text) : std::nullopt;
+        if (!result) {
+            acc_.fail(path, failure);
             return data;
         }
-        if (!rewrite->removedAny) return data;
-        acc_.recordRemoval(path, "Linked Workbook Addresses", MetadataCategory::authorIdentity);
-        return bytesOf(rewrite->xml);
+        return *result == *text ? data : bytesOf(*result);
+    }
+
+    // A scrubber's rewrite, recorded as one removed item when it removed anything.
+    template <typename Rewrite>
+    std::optional<std::string> recorded(const std::optional<Rewrite>& rewrite, const std::string& path,
+                                        const char* displayName, const std::string& text) {
+        if (!rewrite) return std::nullopt;
+        if (!rewrite->removedAny) return text;
+        acc_.recordRemoval(path, displayName, MetadataCategory::authorIdentity);
+        return rewrite->xml;
+    }
+
+    Bytes withoutAlternateAddresses(Bytes data, const std::string& path) {
+        return rewritten(std::move(data), path,
+                         "External link could not be parsed to remove the linked workbook's other addresses",
+                         [&](const std::string& text) {
+                             return recorded(OfficeSavedPathScrubber::scrubExternalLink(text), path,
+                                             "Linked Workbook Addresses", text);
+                         });
     }
 
     Bytes withoutAlternateAddressRelationships(Bytes data, const std::string& path, const std::set<std::string>& ids) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<std::string> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::withoutRelationships(*text, ids);
-        if (!rewrite) {
-            acc_.fail(path, "Relationships could not be parsed to remove the linked workbook's other addresses");
-            return data;
-        }
-        return *rewrite == *text ? data : bytesOf(*rewrite);
+        return rewritten(std::move(data), path,
+                         "Relationships could not be parsed to remove the linked workbook's other addresses",
+                         [&](const std::string& text) { return OfficeSavedPathScrubber::withoutRelationships(text, ids); });
     }
 
     Bytes withoutSavedPaths(Bytes data, const std::string& path) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<OfficeSavedPathScrubber::Rewrite> rewrite;
-        if (text) rewrite = OfficeSavedPathScrubber::scrubWorkbook(*text);
-        if (!rewrite) {
-            acc_.fail(path, "Workbook could not be parsed to remove the path it was saved under");
-            return data;
-        }
-        if (!rewrite->removedAny) return data;
-        acc_.recordRemoval(path, "Saved File Path", MetadataCategory::authorIdentity);
-        return bytesOf(rewrite->xml);
+        return rewritten(std::move(data), path, "Workbook could not be parsed to remove the path it was saved under",
+                         [&](const std::string& text) {
+                             return recorded(OfficeSavedPathScrubber::scrubWorkbook(text), path, "Saved File Path", text);
+                         });
     }
 
     // A part without the elements that use a relationship whose target left or never was.
     Bytes withoutReferencesTo(Bytes data, const std::string& path, const std::set<std::string>& ids) {
-        const auto text = OfficeTextEncoding::decodeXML(data);
-        std::optional<RelationshipReferenceRewrite> rewrite;
-        if (text) rewrite = withoutRelationshipReferences(*text, ids);
-        if (!rewrite) {
-            acc_.fail(path, "Could not be read as XML to remove links to removed content");
-            return data;
-        }
-        if (rewrite->removedCount == 0) return data;
-        return bytesOf(rewrite->xml);
+        return rewritten(std::move(data), path, "Could not be read as XML to remove links to removed content",
+                         [&](const std::string& text) -> std::optional<std::string> {
+                             auto rewrite = withoutRelationshipReferences(text, ids);
+                             if (!rewrite) return std::nullopt;
+                             return rewrite->removedCount == 0 ? text : rewrite->xml;
+                         });
     }
 
     Bytes withoutDanglingReferences(Bytes data, const std::string& path) {

@@ -26,11 +26,21 @@ struct OfficeCleaningAccumulator {
     // "<part>: <what went wrong>" of the first such part, the refusal's reason.
     std::string firstFailure;
 
-    void fail(const std::string& path, std::string message);
+    void fail(const std::string& path, std::string message) {
+        if (!hadUnscrubbablePart) firstFailure = path + ": " + lowerCasedFirst(message);
+        hadUnscrubbablePart = true;
+        warnings.push_back({path, std::move(message)});
+    }
     // A removed item of the part at `path`, with the id "office." + path.
-    void recordRemoval(const std::string& path, std::string displayName, MetadataCategory category);
+    void recordRemoval(const std::string& path, std::string displayName, MetadataCategory category) {
+        removedItems.push_back({"office." + path, path, std::move(displayName), MetadataValue::string(path), category,
+                                MetadataSource::zipXML, true});
+    }
     // "Part could not be parsed" reads "part could not be parsed" after a colon.
-    static std::string lowerCasedFirst(std::string text);
+    static std::string lowerCasedFirst(std::string text) {
+        if (!text.empty() && text.front() >= 'A' && text.front() <= 'Z') text.front() = static_cast<char>(text.front() + 32);
+        return text;
+    }
 };
 
 // Throws `PipelineError::outputVerificationFailed` with the part and reason when an entry

@@ -154,4 +154,18 @@ std::string OfficePropertyScrubber::displayName(std::string_view key) {
     return label;
 }
 
+std::optional<std::string> OfficePropertyScrubber::withoutPartTitles(const std::string& xml) {
+    auto document = scrubbing::parsedPartText(xml);
+    if (!document || !document->rootElement()) return std::nullopt;
+    std::vector<XMLNode> doomed;
+    for (const auto& child : document->rootElement()->children())
+        if (child.kind() == XMLNode::Kind::element &&
+            (child.localName() == "TitlesOfParts" || child.localName() == "HeadingPairs"))
+            doomed.push_back(child);
+    if (doomed.empty()) return xml;
+    for (auto& node : doomed) node.detach();
+    return scrubbing::serializedPartText(*document);
+}
+
+
 }  // namespace tavrin

@@ -44,6 +44,10 @@ struct OfficePropertyScrubber {
     // a removed property goes whole, and what stays keeps its pid.
     static std::optional<Result> scrubCustom(std::string_view xml, const CleaningProfile& profile);
 
+    // The extended properties without their lists of part titles (sheet names, slide titles)
+    // and the heading pairs that count them; nothing when the text does not parse.
+    static std::optional<std::string> withoutPartTitles(const std::string& xml);
+
     // A label made from a key: "Core.LastModifiedBy" gives "Last Modified By".
     static std::string displayName(std::string_view key);
 };

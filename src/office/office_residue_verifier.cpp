@@ -11,10 +11,6 @@ namespace tavrin {
 
 namespace {
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 // Pre-order over `root` and every element below it; true at the first element `test` accepts.
 bool anyElement(const XMLElement& root, const std::function<bool(const XMLElement&)>& test) {
@@ -99,14 +95,14 @@ const OfficeResidueVerifier::NameSet& OfficeResidueVerifier::hiddenTextElementNa
 
 bool OfficeResidueVerifier::isRosterAuthorElement(const XMLElement& element) {
     const std::string lower = lowerCasedPath(element.localName());
-    return rosterAuthorElementNames().count(lower) || endsWith(lower, "author") || endsWith(lower, "person") ||
-           endsWith(lower, "userinfo");
+    return rosterAuthorElementNames().count(lower) || lower.ends_with("author") || lower.ends_with("person") ||
+           lower.ends_with("userinfo");
 }
 
 bool OfficeResidueVerifier::isRevisionElementName(std::string_view name) {
-    if (endsWith(name, "Change")) return true;
-    if (endsWith(name, "RangeStart") || endsWith(name, "RangeEnd")) return !startsWith(name, "comment");
-    return name == "ins" || name == "del" || name == "delText" || name == "delInstrText" || startsWith(name, "move") ||
+    if (name.ends_with("Change")) return true;
+    if (name.ends_with("RangeStart") || name.ends_with("RangeEnd")) return !name.starts_with("comment");
+    return name == "ins" || name == "del" || name == "delText" || name == "delInstrText" || name.starts_with("move") ||
            cellRevisionElementNames().count(name) > 0;
 }
 
@@ -114,14 +110,14 @@ bool OfficeResidueVerifier::isDrawingMLElement(const XMLElement& element) {
     if (element.prefix() == "a") return true;
     const std::string uri = element.uri();
     if (uri.empty()) return false;
-    return uri.find("drawingml") != std::string::npos || endsWith(uri, "/a") || uri == "urn:a";
+    return uri.find("drawingml") != std::string::npos || uri.ends_with("/a") || uri == "urn:a";
 }
 
 bool OfficeResidueVerifier::rsidResidue(const XMLElement& root) {
     return anyElement(root, [](const XMLElement& element) {
         const std::string name = element.localName();
         if (name == "rsid" || name == "rsids") return true;
-        return anyAttribute(element, [](const XMLNode& attribute) { return startsWith(attribute.localName(), "rsid"); });
+        return anyAttribute(element, [](const XMLNode& attribute) { return attribute.localName().starts_with("rsid"); });
     });
 }
 
@@ -129,9 +125,9 @@ bool OfficeResidueVerifier::documentHistoryResidue(const XMLElement& root) {
     return anyElement(root, [](const XMLElement& element) {
         const std::string name = element.localName();
         if (name.empty()) return false;
-        if (startsWith(name, "move") && isDrawingMLElement(element)) return false;
+        if (name.starts_with("move") && isDrawingMLElement(element)) return false;
         if (isRevisionElementName(name)) return true;
-        if (name == "trackChange" || endsWith(name, "Revision"))
+        if (name == "trackChange" || name.ends_with("Revision"))
             return anyAttribute(element, [](const XMLNode& attribute) {
                 return revisionAttributeNames().count(attribute.localName()) && !attribute.stringValue().empty();
             });

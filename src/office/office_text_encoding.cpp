@@ -3,29 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "model/unicode_text.h"
+
 namespace tavrin {
 
 namespace {
 
 const std::string byteOrderMark = "\xEF\xBB\xBF";
-
-void appendUTF8(std::string& out, std::uint32_t scalar) {
-    if (scalar < 0x80) {
-        out.push_back(static_cast<char>(scalar));
-    } else if (scalar < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (scalar >> 6)));
-        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
-    } else if (scalar < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (scalar >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (scalar >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((scalar >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (scalar & 0x3F)));
-    }
-}
 
 std::string_view withoutLeadingBOM(std::string_view text) {
     return text.substr(0, 3) == byteOrderMark ? text.substr(3) : text;
@@ -101,27 +85,7 @@ bool OfficeTextEncoding::isValidUTF8(std::string_view text) {
 }
 
 std::optional<std::string> OfficeTextEncoding::decodeUTF16(std::span<const std::uint8_t> data, bool bigEndian) {
-    if (data.size() % 2 != 0) return std::nullopt;
-    std::string out;
-    out.reserve(data.size());
-    const auto unitAt = [&](std::size_t i) -> std::uint32_t {
-        return bigEndian ? (data[i] << 8) | data[i + 1] : data[i] | (data[i + 1] << 8);
-    };
-    for (std::size_t i = 0; i < data.size(); i += 2) {
-        const std::uint32_t unit = unitAt(i);
-        if (unit >= 0xD800 && unit <= 0xDBFF) {
-            if (i + 3 >= data.size()) return std::nullopt;
-            const std::uint32_t low = unitAt(i + 2);
-            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
-            appendUTF8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
-            i += 2;
-        } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
-            return std::nullopt;
-        } else {
-            appendUTF8(out, unit);
-        }
-    }
-    return out;
+    return unicode::strictUTF8FromUTF16(data, bigEndian);
 }
 
 std::optional<std::string> OfficeTextEncoding::decodeUTF16WithoutBOM(std::span<const std::uint8_t> data) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "office/office_word_latent_content_detection.h"
 #include "office/office_hidden_content_detector.h"
 #include "office/office_xml_scrubber.h"
 
@@ -11,7 +12,7 @@ namespace tavrin {
 
 namespace {
 
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 
 constexpr std::array<std::string_view, 2> wordLatentRelsPaths = {"word/_rels/settings.xml.rels",
                                                                  "word/_rels/document.xml.rels"};
@@ -20,10 +21,6 @@ constexpr std::array<std::string_view, 4> latentRelationshipTypeSuffixes = {"att
 constexpr std::array<std::string_view, 3> printerSettingsPrefixes = {"word/printersettings/", "xl/printersettings/",
                                                                      "ppt/printersettings/"};
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 std::string trimmedSlashes(std::string_view text) {
     while (!text.empty() && text.front() == '/') text.remove_prefix(1);
@@ -167,7 +164,7 @@ D::InactiveHeaderFooterAnalysis inactiveAnalysis(const Archive& archive, const s
         const auto target = targets.find(*reference.rId);
         if (target == targets.end()) return "";
         const std::string& t = target->second;
-        return storedPath(D::standardizedPartPath(startsWith(t, "/") ? t : "word/" + t), archive);
+        return storedPath(D::standardizedPartPath(t.starts_with("/") ? t : "word/" + t), archive);
     };
     std::set<std::string> active;
     std::vector<std::string> candidates;
@@ -196,7 +193,7 @@ std::vector<std::string> headerFooterParts(const Archive& archive) {
         if (entry.type() != EntryType::file) continue;
         const std::string lower = lowerCasedPath(entry.path());
         const std::string_view name = lastPathComponent(lower);
-        if (startsWith(lower, "word/") && endsWith(name, ".xml") && (startsWith(name, "header") || startsWith(name, "footer")))
+        if (lower.starts_with("word/") && name.ends_with(".xml") && (name.starts_with("header") || name.starts_with("footer")))
             parts.push_back(entry.path());
     }
     return parts;
@@ -211,7 +208,7 @@ std::vector<MetadataItem> orphanedItems(const std::vector<std::string>& candidat
         const std::string lower = lowerCasedPath(path);
         if (referenced->count(lower)) continue;
         const std::string_view name = lastPathComponent(lower);
-        const char* word = startsWith(name, "header") ? "Header" : startsWith(name, "footer") ? "Footer" : "Part";
+        const char* word = name.starts_with("header") ? "Header" : name.starts_with("footer") ? "Footer" : "part";
         items.push_back(finding("office.hidden." + path, path, std::string("Orphaned ") + word, path));
     }
     return items;
@@ -453,7 +450,7 @@ std::set<std::string> OfficeHiddenContentDetector::printerSettingsPaths(const Ar
         if (entry.type() != EntryType::file) continue;
         const std::string lower = lowerCasedPath(entry.path());
         if (std::any_of(printerSettingsPrefixes.begin(), printerSettingsPrefixes.end(),
-                        [&](std::string_view prefix) { return startsWith(lower, prefix); }))
+                        [&](std::string_view prefix) { return lower.starts_with(prefix); }))
             paths.insert(entry.path());
     }
     return paths;
@@ -480,7 +477,7 @@ std::set<std::string> OfficeHiddenContentDetector::printerSettingsRIds(std::stri
     for (const auto& relationship : relationships(archive, relsPath)) {
         if (relationship.isExternal) continue;
         const std::string& target = relationship.target;
-        const std::string joined = startsWith(target, "/") ? target.substr(1) : base + target;
+        const std::string joined = target.starts_with("/") ? target.substr(1) : base + target;
         if (dropped.count(lowerCasedPath(standardizedPartPath(joined)))) ids.insert(relationship.id);
     }
     return ids;

@@ -19,9 +19,6 @@ bool has(const CleaningProfile& profile, MetadataCategory category) {
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 // Parses, applies `edit` to the root, serialises; nothing for any failure on the way.
 template <typename Edit>
@@ -108,8 +105,8 @@ const NameSet& OfficeXMLScrubber::commentElementNames() {
 bool OfficeXMLScrubber::isRosterAuthorElement(const XMLElement& element) {
     std::string name(element.localNameView());
     for (char& c : name) c = lower(c);
-    return rosterAuthorElementNames().count(name) || endsWith(name, "author") || endsWith(name, "person") ||
-           endsWith(name, "userinfo");
+    return rosterAuthorElementNames().count(name) || name.ends_with("author") || name.ends_with("person") ||
+           name.ends_with("userinfo");
 }
 
 // MARK: Operations on part text

@@ -21,7 +21,6 @@ struct NodeHash {
 };
 using NodeSet = std::unordered_set<XMLNode, NodeHash>;
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
 
 std::optional<XMLNode> firstAttribute(const XMLElement& element, std::string_view localName) {
     for (auto attribute = element.firstAttribute(); attribute; attribute = attribute->nextSibling())
@@ -170,7 +169,7 @@ void OfficeXMLScrubber::blankLastModifiedBy(const XMLElement& root) {
 }
 
 void OfficeXMLScrubber::stripRSIDAttributes(const XMLElement& root) {
-    stripAttributes(root, [](std::string_view name) { return startsWith(name, "rsid"); });
+    stripAttributes(root, [](std::string_view name) { return name.starts_with("rsid"); });
 }
 
 void OfficeXMLScrubber::stripTimestampAttributes(const XMLElement& root) {

@@ -23,23 +23,20 @@
 #include <string_view>
 #include <vector>
 
+#include "model/typed_error.h"
+
 struct _xmlDoc;
 struct _xmlNode;
 
 namespace tavrin {
 
-class XMLDocumentError : public std::exception {
-public:
-    enum class Case { malformedDocument, documentTypeNotAllowed, invalidXPath, invalidEdit };
-    XMLDocumentError(Case c, std::string reason = "") : case_(c), reason_(std::move(reason)), text_(description()) {}
-    Case errorCase() const { return case_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
+enum class XMLDocumentErrorCase { malformedDocument, documentTypeNotAllowed, invalidXPath, invalidEdit };
 
-private:
-    Case case_;
-    std::string reason_;  // what the XML library said
-    std::string text_;
+class XMLDocumentError : public TypedError<XMLDocumentErrorCase> {
+public:
+    // `reason`: what the XML library said.
+    XMLDocumentError(Case c, std::string reason = "") : TypedError(c, std::move(reason)) { setText(description()); }
+    std::string description() const;
 };
 
 class XMLElement;

@@ -145,11 +145,11 @@ xmlDoc* finishParse(xmlParserCtxtPtr parser, const ParseState& state) {
 }  // namespace
 
 std::string XMLDocumentError::description() const {
-    switch (case_) {
-        case Case::malformedDocument: return "The XML is malformed: " + reason_;
+    switch (errorCase()) {
+        case Case::malformedDocument: return "The XML is malformed: " + detail();
         case Case::documentTypeNotAllowed: return "The XML declares a document type, which is not allowed here";
-        case Case::invalidXPath: return "The XPath expression could not be evaluated: " + reason_;
-        case Case::invalidEdit: return "The XML could not be changed: " + reason_;
+        case Case::invalidXPath: return "The XPath expression could not be evaluated: " + detail();
+        case Case::invalidEdit: return "The XML could not be changed: " + detail();
     }
     return "";
 }

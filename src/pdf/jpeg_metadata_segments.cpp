@@ -2,13 +2,13 @@
 
 #include <cstring>
 
+#include "model/jpeg_markers.h"
+
 namespace tavrin::jpegSegments {
 
 namespace {
 
 bool isMetadataMarker(std::uint8_t marker) { return (marker >= 0xE0 && marker <= 0xEF) || marker == 0xFE; }
-
-bool isStandalone(std::uint8_t marker) { return marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7); }
 
 // The fixed-size Adobe segment: "Adobe", version, two flag words, colour transform.
 bool isAdobeColourSegment(std::span<const std::uint8_t> jpeg, std::size_t markerAt, std::size_t length) {
@@ -22,26 +22,6 @@ void keep(std::vector<ByteRange>& ranges, std::size_t offset, std::size_t length
     } else {
         ranges.push_back({offset, length});
     }
-}
-
-// The index of the next marker behind entropy-coded data, or the end of the data.
-std::size_t skipEntropyData(std::span<const std::uint8_t> jpeg, std::size_t i) {
-    const std::size_t n = jpeg.size();
-    while (i < n) {
-        const void* hit = std::memchr(jpeg.data() + i, 0xFF, n - i);
-        if (!hit) return n;
-        i = static_cast<std::size_t>(static_cast<const std::uint8_t*>(hit) - jpeg.data());
-        if (i + 1 >= n) return n;
-        const std::uint8_t next = jpeg[i + 1];
-        if (next == 0x00 || (next >= 0xD0 && next <= 0xD7)) {
-            i += 2;
-        } else if (next == 0xFF) {
-            i += 1;
-        } else {
-            return i;
-        }
-    }
-    return n;
 }
 
 }  // namespace
@@ -69,7 +49,7 @@ std::optional<std::vector<ByteRange>> rangesWithoutMetadata(std::span<const std:
             return sawFrame ? std::optional(ranges) : std::nullopt;
         }
         if (marker == 0xD8 || marker == 0x00) return std::nullopt;
-        if (isStandalone(marker)) {
+        if (jpegMarkers::isStandalone(marker)) {
             keep(ranges, markerAt, 2);
             i = markerAt + 2;
             continue;
@@ -83,7 +63,7 @@ std::optional<std::vector<ByteRange>> rangesWithoutMetadata(std::span<const std:
         i = segmentEnd;
         if (marker == 0xDA) {
             sawFrame = true;
-            const std::size_t next = skipEntropyData(jpeg, i);
+            const std::size_t next = jpegMarkers::skipEntropyCodedData(jpeg, i);
             keep(ranges, i, next - i);
             i = next;
         }

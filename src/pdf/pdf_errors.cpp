@@ -2,27 +2,18 @@
 
 namespace tavrin {
 
-namespace {
-
-std::string withDetail(std::string text, const std::string& detail) {
-    if (!detail.empty()) text += " (" + detail + ")";
-    return text;
-}
-
-}  // namespace
-
 std::string PDFMetadataReaderError::description() const {
     std::string text;
-    switch (case_) {
+    switch (errorCase()) {
         case Case::cannotOpenPDF: text = "Unable to open PDF file for metadata reading"; break;
         case Case::passwordRequired: text = "This PDF is password protected; a password is needed to read it"; break;
     }
-    return withDetail(std::move(text), detail_);
+    return withDetail(std::move(text), detail());
 }
 
 std::string PDFWriterError::description() const {
     std::string text;
-    switch (case_) {
+    switch (errorCase()) {
         case Case::cannotOpenDocument: text = "Cannot open PDF document"; break;
         case Case::cannotWriteDocument: text = "Cannot write cleaned PDF document"; break;
         case Case::outputNotCreated: text = "Output PDF file was not created"; break;
@@ -31,10 +22,10 @@ std::string PDFWriterError::description() const {
             break;
         case Case::damagedDocument: text = "This PDF is damaged in a way cleaning cannot repair"; break;
     }
-    return withDetail(std::move(text), detail_);
+    return withDetail(std::move(text), detail());
 }
 
-std::string PDFPasswordError::description() const { return withDetail(fixedText(case_), detail_); }
+std::string PDFPasswordError::description() const { return withDetail(fixedText(errorCase()), detail()); }
 
 std::string PDFPasswordError::fixedText(Case c) {
     switch (c) {

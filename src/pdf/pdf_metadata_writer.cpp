@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "model/cleaning_result_builder.h"
 #include "model/file_system.h"
 #include "model/pipeline_error.h"
 #include "pdf/jpeg_metadata_segments.h"
@@ -42,13 +43,6 @@ void addTextValues(const MetadataValue& value, std::set<std::string>& into) {
     }
 }
 
-std::int64_t sizeOrZero(const std::filesystem::path& path) {
-    try {
-        return fs::fileSize(path);
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
 
 }  // namespace
 
@@ -316,21 +310,13 @@ CleaningResult PDFMetadataWriter::cleanPlain(PDFDocument& document, const std::f
     if (auto problem = scrubReinjectedInfo(destination, profile, originalAttributes, removedValues))
         throw PipelineError::outputVerificationFailed(source, *problem);
 
-    CleaningResult result;
-    result.sourceURL = source;
-    result.outputURL = destination;
-    result.originalSize = sizeOrZero(source);
-    result.cleanedSize = sizeOrZero(destination);
-    result.removedItems = std::move(scrub.removed);
-    result.retainedItems = std::move(scrub.retained);
-    result.profileUsed = profile;
-    result.verifiedClean = true;
+    CleaningResult result = buildCleaningResult(source, destination, profile, std::move(scrub.removed),
+                                                std::move(scrub.retained), true);
     if (result.removedItems.empty() && !profile.categoriesToRemove.empty())
         result.warnings.push_back({"PDF attributes", "No matching metadata attributes found to remove"});
     if (auto findings = PDFLatentContentInspector::inspect(destination); findings && findings->hasAcroForm)
         result.warnings.push_back(
             {"PDF AcroForm", "Document contains an interactive form; review form-field contents before sharing"});
-    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "model/cleaning_result_builder.h"
 #include "model/file_system.h"
 #include "pdf/pdf_integrity.h"
 #include "pdf/pdf_latent_content_inspector.h"
@@ -13,14 +14,6 @@ namespace tavrin {
 namespace {
 
 using Error = PDFPasswordError::Case;
-
-std::int64_t sizeOrZero(const std::filesystem::path& path) {
-    try {
-        return fs::fileSize(path);
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
 
 // Runs a password operation so that nothing but a PDFPasswordError leaves it: qpdf's own
 // exceptions become `fallback`, with their text as the detail.
@@ -233,16 +226,8 @@ CleaningResult PDFPasswordProcessor::cleanAndWrite(const Request& request) {
     }
     verifyOutput(request.output, request.profile, request.policy, removedValues, request.permissions);
 
-    CleaningResult result;
-    result.sourceURL = request.source;
-    result.outputURL = request.output;
-    result.originalSize = sizeOrZero(request.source);
-    result.cleanedSize = sizeOrZero(request.output);
-    result.removedItems = std::move(scrub.removed);
-    result.retainedItems = std::move(scrub.retained);
-    result.profileUsed = request.profile;
-    result.verifiedClean = true;
-    result.remainingMetadataClasses = remainingClasses(result.retainedItems);
+    CleaningResult result = buildCleaningResult(request.source, request.output, request.profile,
+                                                std::move(scrub.removed), std::move(scrub.retained), true);
     result.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }

@@ -15,24 +15,6 @@ constexpr char32_t docEncodingHigh[33] = {
 
 }  // namespace
 
-void appendUTF8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 std::optional<std::vector<std::uint16_t>> utf16Units(std::string_view s) {
     std::vector<std::uint16_t> units;
     units.reserve(s.size());
@@ -77,24 +59,7 @@ std::optional<std::vector<std::uint16_t>> utf16Units(std::string_view s) {
 }
 
 std::optional<std::string> utf8FromUTF16BE(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() % 2 != 0) return std::nullopt;
-    std::string out;
-    out.reserve(bytes.size());
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        const char32_t unit = (static_cast<char32_t>(bytes[i]) << 8) | bytes[i + 1];
-        if (unit >= 0xD800 && unit <= 0xDBFF) {
-            if (i + 3 >= bytes.size()) return std::nullopt;
-            const char32_t low = (static_cast<char32_t>(bytes[i + 2]) << 8) | bytes[i + 3];
-            if (low < 0xDC00 || low > 0xDFFF) return std::nullopt;
-            appendUTF8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
-            i += 2;
-        } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
-            return std::nullopt;
-        } else {
-            appendUTF8(out, unit);
-        }
-    }
-    return out;
+    return unicode::strictUTF8FromUTF16(bytes, true);
 }
 
 std::string utf8FromPDFDocEncoding(std::span<const std::uint8_t> bytes) {
@@ -107,7 +72,7 @@ std::string utf8FromPDFDocEncoding(std::span<const std::uint8_t> bytes) {
         } else if (b >= 0x80 && b <= 0xA0 && docEncodingHigh[b - 0x80] != 0) {
             c = docEncodingHigh[b - 0x80];
         }
-        appendUTF8(out, c);
+        unicode::appendUTF8(out, c);
     }
     return out;
 }

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "model/unicode_text.h"
+
 namespace tavrin::pdfBytes {
 
 // The UTF-16 code units of UTF-8 text; empty when the text is not valid UTF-8.
@@ -17,6 +19,5 @@ std::optional<std::vector<std::uint16_t>> utf16Units(std::string_view utf8);
 std::optional<std::string> utf8FromUTF16BE(std::span<const std::uint8_t> bytes);
 // UTF-8 of PDFDocEncoding bytes; bytes the encoding leaves undefined keep their Latin-1 meaning.
 std::string utf8FromPDFDocEncoding(std::span<const std::uint8_t> bytes);
-void appendUTF8(std::string& out, char32_t scalar);
 
 }  // namespace tavrin::pdfBytes

@@ -2,30 +2,28 @@
 
 namespace tavrin {
 
-ProgressEvent ProgressEvent::fileStarted(std::string fileName, std::int64_t index, std::int64_t totalCount) {
-    ProgressEvent event(Case::fileStarted);
+ProgressEvent ProgressEvent::forFile(Case c, std::string fileName, std::int64_t index, std::int64_t totalCount) {
+    ProgressEvent event(c);
     event.fileName_ = std::move(fileName);
     event.index_ = index;
     event.totalCount_ = totalCount;
     return event;
 }
 
+ProgressEvent ProgressEvent::fileStarted(std::string fileName, std::int64_t index, std::int64_t totalCount) {
+    return forFile(Case::fileStarted, std::move(fileName), index, totalCount);
+}
+
 ProgressEvent ProgressEvent::fileCompleted(std::string fileName, std::int64_t index, std::int64_t totalCount,
                                            std::int64_t bytesSaved) {
-    ProgressEvent event(Case::fileCompleted);
-    event.fileName_ = std::move(fileName);
-    event.index_ = index;
-    event.totalCount_ = totalCount;
+    auto event = forFile(Case::fileCompleted, std::move(fileName), index, totalCount);
     event.bytesSaved_ = bytesSaved;
     return event;
 }
 
 ProgressEvent ProgressEvent::fileFailed(std::string fileName, std::int64_t index, std::int64_t totalCount,
                                         std::exception_ptr error) {
-    ProgressEvent event(Case::fileFailed);
-    event.fileName_ = std::move(fileName);
-    event.index_ = index;
-    event.totalCount_ = totalCount;
+    auto event = forFile(Case::fileFailed, std::move(fileName), index, totalCount);
     event.error_ = std::move(error);
     return event;
 }

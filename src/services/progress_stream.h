@@ -43,6 +43,7 @@ public:
 
 private:
     explicit ProgressEvent(Case c) : case_(c) {}
+    static ProgressEvent forFile(Case c, std::string fileName, std::int64_t index, std::int64_t totalCount);
     Case case_;
     std::string fileName_;
     std::int64_t index_ = 0;

@@ -3,7 +3,7 @@
 namespace tavrin {
 
 std::string ArchiveError::description() const {
-    switch (case_) {
+    switch (errorCase()) {
         case Case::unreadableArchive: return "The archive could not be read";
         case Case::unwritableArchive: return "The archive could not be written";
         case Case::invalidEntryPath: return "The archive holds an entry with an invalid or unsafe path";

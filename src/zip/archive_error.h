@@ -3,46 +3,39 @@
 // duplicate entry name is `invalidEntryPath`, data that inflates past its declared size is
 // `invalidEntrySize`, entries whose data overlap are `invalidLocalHeaderDataOffset`.
 
-#include <exception>
 #include <string>
+
+#include "model/enforce.h"
+#include "model/typed_error.h"
 
 namespace tavrin {
 
-class ArchiveError : public std::exception {
-public:
-    enum class Case {
-        unreadableArchive,
-        unwritableArchive,
-        invalidEntryPath,
-        invalidCompressionMethod,
-        invalidCRC32,
-        cancelledOperation,
-        invalidBufferSize,
-        invalidEntrySize,
-        invalidLocalHeaderDataOffset,
-        invalidLocalHeaderSize,
-        invalidCentralDirectoryOffset,
-        invalidCentralDirectorySize,
-        invalidCentralDirectoryEntryCount,
-        missingEndOfCentralDirectoryRecord,
-        uncontainedSymlink,
-        // An honestly sized entry larger than its reader will take whole into memory.
-        entryExceedsSizeLimit,
-    };
-
-    explicit ArchiveError(Case c) : case_(c), text_(description()) {}
-    Case errorCase() const { return case_; }
-    std::string description() const;
-    const char* what() const noexcept override { return text_.c_str(); }
-
-private:
-    Case case_;
-    std::string text_;
+enum class ArchiveErrorCase {
+    unreadableArchive,
+    unwritableArchive,
+    invalidEntryPath,
+    invalidCompressionMethod,
+    invalidCRC32,
+    cancelledOperation,
+    invalidBufferSize,
+    invalidEntrySize,
+    invalidLocalHeaderDataOffset,
+    invalidLocalHeaderSize,
+    invalidCentralDirectoryOffset,
+    invalidCentralDirectorySize,
+    invalidCentralDirectoryEntryCount,
+    missingEndOfCentralDirectoryRecord,
+    uncontainedSymlink,
+    // An honestly sized entry larger than its reader will take whole into memory.
+    entryExceedsSizeLimit,
 };
 
-// Guards a read of untrusted structure: throws `ArchiveError(failure)` unless `condition` holds.
-inline void enforce(bool condition, ArchiveError::Case failure) {
-    if (!condition) throw ArchiveError(failure);
-}
+class ArchiveError : public TypedError<ArchiveErrorCase> {
+public:
+    explicit ArchiveError(Case c) : TypedError(c, {}) { setText(description()); }
+    std::string description() const;
+};
+// Reads of untrusted structure are guarded with `enforce(condition, ArchiveError::Case::…)`.
+ArchiveError errorFor(ArchiveError::Case);
 
 }  // namespace tavrin

@@ -54,7 +54,6 @@ TEST(FinderContextMenuModel, actionTokensRoundTrip) {
 }
 
 TEST(FinderSetupModel, routesAndStatus) {
-    ASSERT_EQ(FinderSetupModel::routes.size(), 3u);
     EXPECT_EQ(FinderSetupModel::title(FinderSetupRoute::fileManagerMenu), "Right-click menu");
     EXPECT_EQ(FinderSetupModel::title(FinderSetupRoute::openWith), "Open With menu");
     EXPECT_EQ(FinderSetupModel::title(FinderSetupRoute::urlScheme), "Links from other apps");

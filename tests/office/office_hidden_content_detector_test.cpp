@@ -9,7 +9,7 @@ namespace tavrin {
 namespace {
 
 using testing::OfficePackageBuilder;
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 
 Archive archiveOf(const OfficePackageBuilder& builder) { return Archive(builder.bytes(), Archive::AccessMode::read); }
 

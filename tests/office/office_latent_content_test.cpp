@@ -13,7 +13,7 @@
 namespace tavrin {
 namespace {
 
-using D = OfficeHiddenContentDetector;
+namespace D = OfficeHiddenContentDetector;
 using testing::OfficePackageBuilder;
 
 const std::string W = "xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\" "

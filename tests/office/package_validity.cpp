@@ -15,10 +15,6 @@ namespace {
 constexpr std::string_view officeRelationshipsNamespace =
     "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
 
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
 std::optional<XMLDocument> parse(const std::vector<std::uint8_t>& bytes) {
     const auto text = OfficeTextEncoding::decodeXML(bytes);
     if (!text) return std::nullopt;
@@ -106,7 +102,7 @@ std::vector<std::string> packageValidityProblems(const std::vector<std::uint8_t>
 
     std::map<std::string, std::optional<XMLDocument>> xml;
     for (const auto& [name, bytes] : parts) {
-        if (!endsWith(name, ".xml") && !endsWith(name, ".rels")) continue;
+        if (!name.ends_with(".xml") && !name.ends_with(".rels")) continue;
         xml[name] = parse(bytes);
         if (!xml[name] || !xml[name]->rootElement()) problems.push_back(name + " does not parse");
     }
@@ -141,7 +137,7 @@ std::vector<std::string> packageValidityProblems(const std::vector<std::uint8_t>
     // Relationships, and the ids that parts use.
     std::map<std::string, std::set<std::string>> idsOfPart;  // lower-cased part name -> relationship ids
     for (const auto& [name, document] : xml) {
-        if (!endsWith(name, ".rels") || !document || !document->rootElement()) continue;
+        if (!name.ends_with(".rels") || !document || !document->rootElement()) continue;
         const std::string owner = ownerOfRels(storedName[name]);
         if (!owner.empty() && !parts.count(lowerCasedPath(owner)))
             problems.push_back(name + " belongs to missing part " + owner);
@@ -163,7 +159,7 @@ std::vector<std::string> packageValidityProblems(const std::vector<std::uint8_t>
         });
     }
     for (const auto& [name, document] : xml) {
-        if (endsWith(name, ".rels") || !document || !document->rootElement()) continue;
+        if (name.ends_with(".rels") || !document || !document->rootElement()) continue;
         const auto& ids = idsOfPart[name];
         walk(*document->rootElement(), [&](const XMLElement& element) {
             for (const auto& attribute : element.attributes()) {
@@ -182,7 +178,7 @@ std::string visibleText(const std::vector<std::uint8_t>& package) {
     std::string text;
     for (const auto& entry : archive) {
         const std::string lower = lowerCasedPath(entry.path());
-        if (!endsWith(lower, ".xml") || lower.rfind("docprops/", 0) == 0) continue;
+        if (!lower.ends_with(".xml") || lower.starts_with("docprops/")) continue;
         auto document = parse(extractEntry(archive, entry));
         if (!document || !document->rootElement()) continue;
         walk(*document->rootElement(), [&](const XMLElement& element) {
