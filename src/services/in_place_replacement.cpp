@@ -372,12 +372,16 @@ void Replacement::writeCopy(const fsys::path& temporary) const {
 
 // Puts the copy at the original's path; returns where the original now is.
 fsys::path Replacement::exchange(const fsys::path& temporary) {
-    step(InPlaceStep::exchange);
-    if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, original_.c_str(), RENAME_EXCHANGE) == 0) {
-        exchanged_ = true;
-        return temporary;
+    // An injected EINVAL stands for a file system without the exchange.
+    int error = options_.beforeStep ? options_.beforeStep(InPlaceStep::exchange) : 0;
+    if (error == 0) {
+        if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, original_.c_str(), RENAME_EXCHANGE) == 0) {
+            exchanged_ = true;
+            return temporary;
+        }
+        error = errno;
     }
-    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) throw StepFailure{errno, {}};
+    if (error != EINVAL && error != ENOSYS && error != EOPNOTSUPP) throw StepFailure{error, {}};
     // No exchange here: a second name holds the original while the rename replaces the path, so
     // the path always names one whole file.
     const auto aside = fsys::path(temporary).replace_extension(".tavrin-original");
