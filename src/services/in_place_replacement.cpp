@@ -49,6 +49,11 @@ std::string InPlaceReplacementError::description() const {
                                "unchanged.",
                                name);
             break;
+        case Case::originalChanged:
+            text = fmt::format("\u201c{}\u201d is no longer the file that was cleaned, so it was left unchanged; "
+                               "clean it again to clean the new version.",
+                               name);
+            break;
         case Case::ownerNotKept:
             text = fmt::format("The owner of \u201c{}\u201d couldn\u2019t be kept for the clean file; it was left "
                                "unchanged.",
@@ -132,6 +137,19 @@ struct StepFailure {
 
 bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
+// Byte equality of two open files; -1 from pread reads as a difference.
+bool sameContents(int a, int b) {
+    std::array<char, 1 << 16> left{};
+    std::array<char, 1 << 16> right{};
+    for (off_t offset = 0;;) {
+        const ssize_t x = ::pread(a, left.data(), left.size(), offset);
+        const ssize_t y = ::pread(b, right.data(), right.size(), offset);
+        if (x < 0 || y < 0 || x != y || std::memcmp(left.data(), right.data(), std::size_t(x)) != 0) return false;
+        if (x == 0) return true;
+        offset += x;
+    }
+}
+
 void syncDirectory(const fsys::path& directory) {
     Descriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() >= 0) ::fsync(fd.get());  // durability only; the swap is already atomic
@@ -187,8 +205,12 @@ std::string localDeletionDate() {
 
 class Replacement {
 public:
-    Replacement(const InPlaceReplacementOptions& options, fsys::path original, fsys::path verifiedCopy)
-        : options_(options), original_(std::move(original)), verifiedCopy_(std::move(verifiedCopy)) {}
+    Replacement(const InPlaceReplacementOptions& options, fsys::path original, fsys::path verifiedCopy,
+                fsys::path cleanedFrom)
+        : options_(options),
+          original_(std::move(original)),
+          verifiedCopy_(std::move(verifiedCopy)),
+          cleanedFrom_(std::move(cleanedFrom)) {}
 
     InPlaceReplacementResult run();
 
@@ -211,6 +233,7 @@ private:
     const InPlaceReplacementOptions& options_;
     fsys::path original_;
     fsys::path verifiedCopy_;
+    fsys::path cleanedFrom_;
     struct stat originalStat_ {};
     mutable bool temporaryCreated_ = false;  // only a file this run created is ever removed
     bool exchanged_ = false;  // the exchange, not the link-and-rename fallback, was used
@@ -238,6 +261,18 @@ void Replacement::examine() {
     if (::geteuid() != 0 && originalStat_.st_uid != ::geteuid())
         throw InPlaceReplacementError(Case::ownerNotKept, original_,
                                       fmt::format("it belongs to user {}", originalStat_.st_uid));
+    if (!cleanedFrom_.empty()) {
+        // The very file examined is compared: opened without following a link, checked by inode.
+        Descriptor fd(::open(original_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        struct stat opened {};
+        if (fd.get() < 0 || ::fstat(fd.get(), &opened) != 0 || !sameFile(opened, originalStat_))
+            throw InPlaceReplacementError(Case::originalChanged, original_);
+        Descriptor cleaned(::open(cleanedFrom_.c_str(), O_RDONLY | O_CLOEXEC));
+        if (cleaned.get() < 0)
+            throw InPlaceReplacementError(Case::originalNotAccessible, original_,
+                                          fmt::format("{}: {}", cleanedFrom_.string(), errnoText(errno)));
+        if (!sameContents(fd.get(), cleaned.get())) throw InPlaceReplacementError(Case::originalChanged, original_);
+    }
 }
 
 Trash Replacement::chooseTrash() const {
@@ -341,17 +376,7 @@ void Replacement::writeCopy(const fsys::path& temporary) const {
         step(InPlaceStep::verifyCopy);
         Descriptor in(::open(verifiedCopy_.c_str(), O_RDONLY | O_CLOEXEC));
         if (in.get() < 0) throw StepFailure{errno, {}};
-        std::array<char, 1 << 16> expected{};
-        std::array<char, 1 << 16> actual{};
-        for (off_t offset = 0;;) {
-            const ssize_t a = ::pread(in.get(), expected.data(), expected.size(), offset);
-            const ssize_t b = ::pread(out.get(), actual.data(), actual.size(), offset);
-            if (a < 0 || b < 0) throw StepFailure{errno, {}};
-            if (a != b || std::memcmp(expected.data(), actual.data(), std::size_t(a)) != 0)
-                throw StepFailure{0, fmt::format("the bytes differ after offset {}", offset)};
-            if (a == 0) break;
-            offset += a;
-        }
+        if (!sameContents(in.get(), out.get())) throw StepFailure{0, "the bytes differ"};
     } catch (const StepFailure& failure) {
         fail(Case::copyNotVerified, failure);
     }
@@ -468,8 +493,9 @@ InPlaceReplacementResult Replacement::run() {
 
 InPlaceReplacement::InPlaceReplacement(InPlaceReplacementOptions options) : options_(std::move(options)) {}
 
-InPlaceReplacementResult InPlaceReplacement::replace(const fsys::path& original, const fsys::path& verifiedCopy) const {
-    return Replacement(options_, original, verifiedCopy).run();
+InPlaceReplacementResult InPlaceReplacement::replace(const fsys::path& original, const fsys::path& verifiedCopy,
+                                                     const fsys::path& cleanedFrom) const {
+    return Replacement(options_, original, verifiedCopy, cleanedFrom).run();
 }
 
 fsys::path InPlaceReplacement::defaultHomeTrash() {

@@ -50,6 +50,7 @@ public:
         originalIsSymbolicLink,
         originalNotRegularFile,
         originalHasOtherLinks,
+        originalChanged,             // the original no longer holds the contents that were cleaned
         ownerNotKept,                // the original's owner or group cannot be given to the copy
         trashUnavailable,            // no Trash on the original's file system could be used
         copyFailed,                  // the clean copy could not be written beside the original
@@ -101,9 +102,12 @@ public:
 
     // Puts the contents of `verifiedCopy` at `original` and moves the original to the Trash.
     // REQUIRES: `verifiedCopy` is a cleaned and verified file; it is read, never moved or removed.
+    // With `cleanedFrom` (the file that was cleaned, a staged copy of the original), the original
+    // must still hold exactly its bytes, else it is left alone (originalChanged): a newer version
+    // saved since is never replaced by the clean copy of an older one.
     // Throws InPlaceReplacementError; unless it says otherwise the original is untouched.
-    InPlaceReplacementResult replace(const std::filesystem::path& original,
-                                     const std::filesystem::path& verifiedCopy) const;
+    InPlaceReplacementResult replace(const std::filesystem::path& original, const std::filesystem::path& verifiedCopy,
+                                     const std::filesystem::path& cleanedFrom = {}) const;
 
     // The home Trash this process would use, from the environment.
     static std::filesystem::path defaultHomeTrash();

@@ -185,6 +185,33 @@ TEST_F(InPlaceReplacementTest, refusesWhatItMustNotReplace) {
     EXPECT_EQ(readFile(folder().parent_path() / "engine" / "report.docx"), kClean);
 }
 
+TEST_F(InPlaceReplacementTest, replacesOnlyAnOriginalThatStillHoldsTheCleanedBytes) {
+    struct Row {
+        const char* what;
+        std::string staged;  // the copy that was cleaned
+        bool replaced;
+    };
+    const Row rows[] = {
+        {"unchanged since it was staged", kOriginal, true},
+        {"saved again with other bytes", kOriginal + " and a later edit", false},
+        {"the same length, one byte differs", std::string(kOriginal).replace(0, 1, "O"), false},
+        {"emptied", "", false},
+    };
+    for (const auto& row : rows) {
+        writeFile(original(), kOriginal);
+        writeFile(tmp_ / "staged", row.staged);
+        try {
+            replacement().replace(original(), verified(), tmp_ / "staged");
+            EXPECT_TRUE(row.replaced) << row.what;
+            EXPECT_EQ(readFile(original()), kClean) << row.what;
+        } catch (const InPlaceReplacementError& e) {
+            EXPECT_FALSE(row.replaced) << row.what << ": " << e.what();
+            EXPECT_EQ(e.errorCase(), Case::originalChanged) << row.what;
+            EXPECT_EQ(readFile(original()), kOriginal) << row.what;
+        }
+    }
+}
+
 TEST_F(InPlaceReplacementTest, symbolicLinkRefusalLeavesTheTargetAlone) {
     stdfs::create_symlink(original(), folder() / "shortcut.docx");
     EXPECT_THROW(replacement().replace(folder() / "shortcut.docx", verified()), InPlaceReplacementError);
