@@ -73,14 +73,13 @@ TEST_F(InPlaceCommandLine, cleanInPlaceReplacesEachFileAndTrashesItsOriginal) {
     for (const auto& [name, bytes] : originals) {
         EXPECT_NE(readFile(user / name), bytes) << name << " was not cleaned";
         EXPECT_EQ(readFile(trash / "files" / name), bytes) << name;
-        EXPECT_EQ(readFile(trash / "info" / (name + ".trashinfo")).substr(0, 19 + (user / name).string().size()),
-                  "[Trash Info]\nPath=" + (user / name).string());
+        EXPECT_TRUE(readFile(trash / "info" / (name + ".trashinfo"))
+                        .starts_with("[Trash Info]\nPath=" + (user / name).string() + "\nDeletionDate="));
         // What is at the path now passes the check: nothing left to remove.
         EXPECT_EQ(tavrin("check " + shellQuote((user / name).string())), 0) << name;
     }
     EXPECT_EQ(modeOf(user / "photo.jpg"), 0640u);
     EXPECT_EQ(modeOf(user / "diagram.png"), 0604u);
-    EXPECT_EQ(stdfs::directory_iterator(user) == stdfs::directory_iterator(), false);
     EXPECT_EQ(std::distance(stdfs::directory_iterator(user), stdfs::directory_iterator()), 2) << "no copy beside";
     EXPECT_TRUE(stdfs::is_empty(tmp)) << "the private output folders are gone";
 
