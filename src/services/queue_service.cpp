@@ -247,9 +247,12 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
     summary.claimed = static_cast<std::int64_t>(claimed.size());
 
     std::exception_ptr saveError;
-    auto saveNow = [&] {
+    // Each file's record (and its history) is saved on its own as it settles; the whole context
+    // only after a failed save, to retry what is pending.
+    auto saveNow = [&](std::vector<std::shared_ptr<void>> only) {
         try {
-            context_.save();
+            if (only.empty()) context_.save();
+            else context_.save(only);
             saveError = nullptr;
         } catch (...) {
             saveError = std::current_exception();
@@ -272,7 +275,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
             file->setStatus(QueuedFile::Status::failed);
             file->errorMessage = noConfigurationMessage;
             file->dateProcessed = now();
-            saveNow();
+            saveNow({file});
             ++summary.failed;
             report(file, std::nullopt, nullptr);
             continue;
@@ -283,7 +286,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                 file->setStatus(QueuedFile::Status::failed);
                 file->errorMessage = noOriginalMessage;
                 file->dateProcessed = now();
-                saveNow();
+                saveNow({file});
                 ++summary.failed;
                 report(file, std::nullopt, nullptr);
                 continue;
@@ -344,6 +347,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
             }
             const Job& job = jobs[outcome.job];
             QueuedFile& file = *job.file;
+            std::vector<std::shared_ptr<void>> settled{job.file};
             if (outcome.output) deleteQueueArtifactIfExists(outcome.output);
             if (outcome.result && job.replaces) outcome.result->outputURL = *job.replaces;
             if (outcome.result) {
@@ -368,6 +372,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                 history->originalFilePath = file.originalSourcePath ? *file.originalSourcePath : file.originalFilePath;
                 history->outputRetained = true;
                 context_.insert(history);
+                settled.push_back(history);
                 ++summary.completed;
             } else {
                 file.setStatus(QueuedFile::Status::failed);
@@ -375,12 +380,12 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                 file.dateProcessed = now();
                 ++summary.failed;
             }
-            saveNow();
+            saveNow(settled);
             report(job.file, std::move(outcome.result), outcome.error, std::move(outcome.replaced));
         }
     }
     if (saveError) {
-        saveNow();
+        saveNow({});
         if (saveError) std::rethrow_exception(saveError);
     }
     return summary;
