@@ -181,6 +181,9 @@ if [ -x "$build/bin/tavrin-services-bench" ]; then
   "$build/bin/tavrin-services-bench" "$work/services" "$small" "$tavrin" 500 | sed 's/^/  /'
 fi
 echo
+echo "Queue (whole processes: add a folder, a run against tavrin clean, the history)"
+bash "$(dirname "$0")/queue_bench.sh" "$build" "$small"
+echo
 echo "Store (open, recently cleaned of 100,000, a 2,000-file insert)"
 "$build/bin/tavrin-store-bench" "$work/store" | tail -n +2
 echo

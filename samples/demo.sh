@@ -59,6 +59,11 @@ queue_run queue add --preset "Standard Sharing" "$files"
 queue_run queue process
 queue_run history
 queue_run queue remove --all
+section "Clean in place: the clean file takes the original's path, the original goes to the Trash"
+mkdir -p "$queue_home/desk"
+cp "$files"/*.jpg "$queue_home/desk/"
+HOME="$queue_home" XDG_DATA_HOME="$queue_home/data" TMPDIR="$queue_home" "$tavrin" clean --in-place "$queue_home/desk"
+ls -l "$queue_home/data/Trash/files" "$queue_home/data/Trash/info"
 rm -rf "$queue_home"
 
 section "Summary"

@@ -44,7 +44,8 @@ int run(int argc, char** argv) {
     auto* clean = app.add_subcommand(
         "clean",
         "Write a cleaned, verified copy of each file (NAME_cleaned.EXT). The original is never changed, and a "
-        "copy that cannot be verified is not written.");
+        "copy that cannot be verified is not written. With --in-place the verified copy takes the original's place "
+        "and the original goes to the Trash.");
     clean->add_option("--profile", cleanOptions.profile,
                       "maximum-privacy (default), standard-sharing, client-deliverable or location-only");
     clean->add_option("--keep", cleanOptions.keep, "Keep this item id or key (repeatable)")->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -59,6 +60,12 @@ int run(int argc, char** argv) {
     clean->add_option("--password", cleanOptions.password,
                       "Password of encrypted PDFs ('-' reads it from standard input; default: $TAVRIN_PDF_PASSWORD). "
                       "Their cleaned copies keep it as their open password.");
+    auto* inPlaceFlag = clean->add_flag(
+        "--in-place", cleanOptions.inPlace,
+        "Replace each file with its verified clean copy; the original goes to the Trash, where it can be restored");
+    clean->add_flag("--strip-edit-history", cleanOptions.stripEditHistory,
+                    "With --in-place: also strip the document's edit history (kept by default)")
+        ->needs(inPlaceFlag);
     addBatchOptions(*clean, cleanOptions.common.batch);
     clean->add_option("PATH", cleanOptions.paths, "Files or folders (folders are walked; hidden files are skipped)");
 
@@ -143,6 +150,10 @@ int run(int argc, char** argv) {
     if (*formats) return runFormats(formatsOptions);
     if (*inspect) return runInspect(inspectOptions, inspectFiles);
     if (*clean) {
+        if (cleanOptions.inPlace && cleanOptions.outputDir) {
+            std::cerr << "tavrin: --in-place replaces each file where it is, so it can't be used with --output-dir\n";
+            return kUsage;
+        }
         cleanOptions.password = resolvePassword(cleanOptions.password);
         if (cleanOptions.jobs == 0) cleanOptions.jobs = std::clamp(std::thread::hardware_concurrency(), 1u, 8u);
         return runClean(cleanOptions);

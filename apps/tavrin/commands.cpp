@@ -7,11 +7,15 @@
 #include <unistd.h>
 
 #include "cli.h"
+#include "data/shared_container.h"
+#include "data/store_defaults.h"
 #include "model/file_system.h"
 #include "model/file_type_detector.h"
 #include "model/pipeline_error.h"
 #include "model/snapshot.h"
+#include "model/temporary_file.h"
 #include "model/text_encoding.h"
+#include "services/in_place_replacement.h"
 #include "pipeline/batch_runner.h"
 #include "pipeline/tavrin_engine.h"
 #include "exiftool/process_runner.h"
@@ -58,6 +62,8 @@ std::optional<std::string> errorReason(std::exception_ptr error) {
         std::rethrow_exception(error);
     } catch (const PipelineError& e) {
         if (auto reason = e.reason(); !reason.empty()) return reason;
+    } catch (const InPlaceReplacementError& e) {
+        if (!e.reason().empty()) return e.reason();
     } catch (...) {
     }
     return std::nullopt;
@@ -94,6 +100,21 @@ CleaningResult cleanProtectedPDF(const TavrinEngine& engine, const FileReport& r
                                              report.sourcePath.filename().string(), kPasswordVariable));
     return engine.cleanEncryptedPDF(report.sourcePath, *password, profile, PDFPasswordPolicy{*password, std::nullopt},
                                     *report.outputPath);
+}
+
+// The setting stripEditHistoryInPlace of the user's store, read without creating the store;
+// false, its default, when there is none.
+bool settingsStripEditHistory() {
+    try {
+        const auto url = SharedContainerConfig::applicationStoreURL();
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(url, ec)) return false;
+        auto container = ModelContainerFactory::atURL(url);
+        const auto settings = currentSettings(container->mainContext());
+        return settings && settings->stripEditHistoryInPlace;
+    } catch (...) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -197,6 +218,12 @@ int runClean(const CleanOptions& options) {
     CleaningProfile profile = CleaningProfile::from(options.profile);
     profile.specificKeysToKeep.insert(options.keep.begin(), options.keep.end());
     profile.specificKeysToRemove.insert(options.remove.begin(), options.remove.end());
+    // In place, the document's own edit history stays unless asked otherwise: the file remains
+    // the user's working copy.
+    bool historyRetained = false;
+    if (options.inPlace && !options.stripEditHistory && !settingsStripEditHistory())
+        std::tie(profile, historyRetained) = profile.retainingDocumentHistory();
+    const InPlaceReplacement replacement;
 
     const auto started = std::chrono::steady_clock::now();
     const BatchOptions& batch = options.common.batch;
@@ -222,7 +249,9 @@ int runClean(const CleanOptions& options) {
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         reports[i].sourcePath = inputs[i].path;
         reports[i].error = inputs[i].error;
-        if (!inputs[i].error) reports[i].outputPath = reserveOutputPath(inputs[i].path, options.outputDir, reserved);
+        if (inputs[i].error) continue;
+        reports[i].outputPath =
+            options.inPlace ? inputs[i].path : reserveOutputPath(inputs[i].path, options.outputDir, reserved);
     }
 
     auto cleanOne = [&](std::size_t i) {
@@ -232,10 +261,27 @@ int runClean(const CleanOptions& options) {
             // The checks come first: a named pipe or a device is refused before anything opens it
             // to read, the encryption test included.
             report.fileType = engine.checkSource(report.sourcePath);
+            // In place, the verified copy is written privately first and only then swapped in.
+            std::optional<ScopedDirectory> staging;
+            FileReport target = report;
+            if (options.inPlace) {
+                staging.emplace(TemporaryFile::makeTemporaryDirectory("tavrin_in_place"));
+                target.outputPath = staging->path() / report.sourcePath.filename();
+            }
             if (report.fileType == FileType::pdf && TavrinEngine::isPDFEncrypted(report.sourcePath)) {
-                report.result = cleanProtectedPDF(engine, report, profile, options.password);
+                report.result = cleanProtectedPDF(engine, target, profile, options.password);
             } else {
-                report.result = engine.cleanToFile(report.sourcePath, profile, *report.outputPath);
+                report.result = engine.cleanToFile(report.sourcePath, profile, *target.outputPath);
+            }
+            if (options.inPlace) {
+                try {
+                    report.replaced = replacement.replace(report.sourcePath, *target.outputPath);
+                } catch (...) {
+                    report.result.reset();
+                    throw;
+                }
+                report.result->outputURL = report.sourcePath;
+                report.editHistoryRetained = historyRetained;
             }
         } catch (...) {
             report.error = errorText(std::current_exception());
@@ -281,6 +327,8 @@ int runClean(const CleanOptions& options) {
     } else if (!batch.jsonl && !batch.quiet) {
         std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", reports.size() - failed, reports.size(),
                                  reports.size() == 1 ? "" : "s", failed ? fmt::format(", {} failed", failed) : "");
+        if (historyRetained && failed < reports.size())
+            std::cout << "Document edit history was kept; --strip-edit-history removes it too.\n";
     }
     printRunSummary(batch, reports.size(), std::chrono::steady_clock::now() - started);
     return failed == 0 && !reports.empty() ? kSuccess : kFailure;

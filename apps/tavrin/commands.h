@@ -30,6 +30,10 @@ struct CleanOptions {
     unsigned jobs = 0;
     std::vector<std::filesystem::path> paths;
     std::optional<std::string> password;  // opens encrypted PDFs, which stay protected by it
+    // The verified copy replaces each file, and the original goes to the Trash. Edit history is
+    // kept unless the settings or --strip-edit-history say to strip it.
+    bool inPlace = false;
+    bool stripEditHistory = false;
 };
 
 // The engine configuration the options ask for.

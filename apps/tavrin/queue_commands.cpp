@@ -11,6 +11,7 @@
 #include "cli.h"
 #include "data/clean_copy_naming.h"
 #include "data/queries.h"
+#include "data/store_defaults.h"
 #include "handoff/url_dispatch.h"
 #include "intake/folder_expansion_service.h"
 #include "intake/folder_intake_summary.h"
@@ -101,6 +102,7 @@ ordered_json fileJSON(QueueSession& session, const QueuedFile& f) {
             {"stagedPath", f.originalFilePath},
             {"cleanedFilePath", optionalText(f.cleanedFilePath)},
             {"cleanedFileSizeBytes", f.cleanedFileSizeBytes ? ordered_json(*f.cleanedFileSizeBytes) : ordered_json(nullptr)},
+            {"editHistoryRetainedInPlace", f.editHistoryRetainedInPlace},
             {"dateAdded", isoDateString(f.dateAdded)},
             {"errorMessage", optionalText(f.errorMessage)}};
 }
@@ -201,6 +203,12 @@ int runProcess(const QueueCommandOptions& o) {
     const bool bar = !o.json && ::isatty(STDERR_FILENO);
     auto out = nlohmann::json::array();
     std::size_t failed = 0;
+    QueueRunOptions run;
+    if (o.inPlace) {
+        run.replaceOriginals = std::make_shared<InPlaceReplacement>();
+        const auto settings = currentSettings(session->context());
+        run.stripEditHistory = settings && settings->stripEditHistoryInPlace;
+    }
     const auto summary = session->queue->processQueue([&](const QueueFileOutcome& outcome) {
         FileReport report;
         const QueuedFile& f = *outcome.file;
@@ -209,6 +217,8 @@ int runProcess(const QueueCommandOptions& o) {
         if (outcome.result) {
             report.result = outcome.result;
             report.outputPath = outcome.result->outputURL;
+            report.replaced = outcome.replaced;
+            report.editHistoryRetained = f.editHistoryRetainedInPlace;
         } else {
             ++failed;
             report.error = f.errorMessage.value_or("Unknown error");
@@ -216,6 +226,8 @@ int runProcess(const QueueCommandOptions& o) {
                 try {
                     std::rethrow_exception(outcome.error);
                 } catch (const PipelineError& e) {
+                    if (!e.reason().empty()) report.reason = e.reason();
+                } catch (const InPlaceReplacementError& e) {
                     if (!e.reason().empty()) report.reason = e.reason();
                 } catch (...) {
                 }
@@ -238,17 +250,19 @@ int runProcess(const QueueCommandOptions& o) {
                                      outcome.totalCount)
                       << std::flush;
         }
-    });
+    }, run);
     if (bar) std::cerr << "\r" << std::string(48, ' ') << "\r" << std::flush;
     if (o.json) {
         std::cout << out.dump(2) << "\n";
     } else {
         std::cout << fmt::format("{} of {} file{} cleaned and verified{}\n", summary.completed, summary.claimed,
                                  summary.claimed == 1 ? "" : "s", failed ? fmt::format(", {} failed", failed) : "");
+        if (o.inPlace && summary.completed > 0 && run.stripEditHistory == false)
+            std::cout << "Document edit history was kept (the setting stripEditHistoryInPlace removes it too)\n";
         if (summary.skipped)
             std::cout << fmt::format("{} file{} left to another run already under way\n", summary.skipped,
                                      summary.skipped == 1 ? "" : "s");
-        if (summary.completed) std::cout << "The cleaned files stay in a temporary folder: 'tavrin queue export DIR' copies them out\n";
+        if (summary.completed && !o.inPlace) std::cout << "The cleaned files stay in a temporary folder: 'tavrin queue export DIR' copies them out\n";
     }
     return failed ? kFailure : kSuccess;
 }
@@ -407,6 +421,9 @@ QueueCommands::QueueCommands(CLI::App& app, StoreCommandOptions& storeOptions) {
     setPreset_->add_flag("--all", o.all, "Every staged and ready file");
     process_ = withStore(queue->add_subcommand("process", "Clean every ready file into a temporary folder, verifying each"));
     process_->add_flag("--json", o.json, "Print a JSON array of per-file reports");
+    process_->add_flag("--in-place", o.inPlace,
+                       "Replace each file where you have it with its verified clean copy (status clean); the "
+                       "originals go to the Trash, and a file changed since it was added is left alone");
     remove_ = withStore(queue->add_subcommand("remove", "Remove files from the queue with their staged copies and temporary outputs"));
     remove_->add_option("ID", o.ids, "Queued files (an id, or its first characters)");
     remove_->add_flag("--completed", o.completed, "Every completed file");

@@ -18,6 +18,7 @@ struct QueueCommandOptions {
     bool json = false;
     bool all = false;
     bool completed = false;
+    bool inPlace = false;  // process: replace the users' files, originals to the Trash
     std::optional<std::string> preset;
     std::vector<std::filesystem::path> paths;
     std::vector<std::string> ids;

@@ -55,6 +55,12 @@ json cleanReportJSON(const FileReport& r) {
         j["originalSize"] = c.originalSize;
         j["cleanedSize"] = c.cleanedSize;
         j["duration"] = c.duration;
+        if (r.replaced) {
+            j["inPlace"] = true;
+            putPath(j, "trashedPath", r.replaced->trashedPath);
+            putPath(j, "trashInfoPath", r.replaced->trashInfoPath);
+            j["editHistoryRetainedInPlace"] = r.editHistoryRetained;
+        }
     } else {
         j["verifiedClean"] = false;
         j["isClean"] = false;
@@ -82,9 +88,15 @@ void printCleanLine(std::ostream& out, std::ostream& errors, const FileReport& r
         return;
     }
     const CleaningResult& c = *r.result;
-    out << fmt::format("cleaned  {} \u2192 {} ({} removed, {} retained, {})\n", printablePath(r.sourcePath),
-                       printablePath(c.outputURL), c.removedItems.size(), c.retainedItems.size(),
-                       DataSize::difference(c.originalSize, c.cleanedSize));
+    if (r.replaced) {
+        out << fmt::format("cleaned  {} in place ({} removed, {} retained, {}); the original is in the Trash: {}\n",
+                           printablePath(r.sourcePath), c.removedItems.size(), c.retainedItems.size(),
+                           DataSize::difference(c.originalSize, c.cleanedSize), printablePath(r.replaced->trashedPath));
+    } else {
+        out << fmt::format("cleaned  {} \u2192 {} ({} removed, {} retained, {})\n", printablePath(r.sourcePath),
+                           printablePath(c.outputURL), c.removedItems.size(), c.retainedItems.size(),
+                           DataSize::difference(c.originalSize, c.cleanedSize));
+    }
     for (const auto& w : c.warnings)
         out << fmt::format("         warning: {}: {}\n", printableText(w.context), printableText(w.message));
 }

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "services/in_place_replacement.h"
 #include "model/cleaning_result.h"
 #include "model/metadata_model.h"
 
@@ -22,6 +23,9 @@ struct FileReport {
     std::optional<std::string> error;
     // Why the file was refused, when the error names it apart from its fixed text.
     std::optional<std::string> reason;
+    // A clean in place: where the original went, and whether its edit history was kept.
+    std::optional<InPlaceReplacementResult> replaced;
+    bool editHistoryRetained = false;
 };
 
 // File names in JSON: "sourcePath", "outputPath" and inspect's "path" hold the name as UTF-8,

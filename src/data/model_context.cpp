@@ -239,9 +239,18 @@ bool ModelContext::hasChanges() const {
     return std::any_of(tracked_.begin(), tracked_.end(), [&](const auto& entry) { return isPending(entry.second); });
 }
 
-void ModelContext::save() {
+void ModelContext::save() { saveTracked(nullptr); }
+
+void ModelContext::save(const std::vector<std::shared_ptr<void>>& only) {
+    std::set<const void*> objects;
+    for (const auto& object : only) objects.insert(object.get());
+    saveTracked(&objects);
+}
+
+void ModelContext::saveTracked(const std::set<const void*>* only) {
     std::vector<const Tracked*> ordered;
-    for (const auto& [k, t] : tracked_) ordered.push_back(&t);
+    for (const auto& [k, t] : tracked_)
+        if (!only || only->count(t.object.get())) ordered.push_back(&t);
     std::sort(ordered.begin(), ordered.end(), [](const Tracked* a, const Tracked* b) { return a->sequence < b->sequence; });
 
     std::vector<StoreChange> changes;
@@ -266,6 +275,10 @@ void ModelContext::save() {
     for (std::size_t i = 0; i < ordered.size(); ++i) rowOf[ordered[i]] = i;
     for (auto it = tracked_.begin(); it != tracked_.end();) {
         Tracked& t = it->second;
+        if (!rowOf.count(&t)) {  // not part of this save
+            ++it;
+            continue;
+        }
         // A record nobody holds any more need not be remembered; fetching it again reads it anew.
         if (t.deleted || t.object.use_count() == 1) {
             it = tracked_.erase(it);

@@ -135,7 +135,10 @@ SQLiteStore::SQLiteStore(const Schema& schema, const ModelConfiguration& configu
             const std::string mode = db_->execAndGet("PRAGMA journal_mode = WAL").getString();
             if (mode != "wal") throw StoreError::cannotOpen(location_, "the store refused write-ahead logging");
         });
-        db_->exec("PRAGMA synchronous = FULL");
+        // In write-ahead mode NORMAL syncs at checkpoints, not at each commit: a killed process
+        // still loses no committed transaction (the log is in the system's hands), and the store
+        // stays consistent through a power loss, which may cost the last commits only.
+        db_->exec("PRAGMA synchronous = NORMAL");
         retryWhileBusy([&] { prepareSchema(schema); });
     } catch (const SQLite::Exception& e) {
         fail(e, true);

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <memory>
 #include <optional>
 #include <string>
@@ -204,6 +205,10 @@ public:
     // Writes every pending change in one transaction. On failure the changes stay pending and
     // the error (StoreError) is thrown.
     void save();
+    // Writes the pending changes of these records only, in one transaction; the others stay
+    // pending. For a long unit of work that settles one record at a time: its cost does not grow
+    // with every record the context holds.
+    void save(const std::vector<std::shared_ptr<void>>& only);
     // Drops pending inserts and deletions and returns changed records to their stored values.
     void rollback();
     bool hasChanges() const;
@@ -218,6 +223,7 @@ private:
         std::uint64_t sequence = 0;
     };
 
+    void saveTracked(const std::set<const void*>* only);
     void insertObject(const TableSpec& table, std::shared_ptr<void> object);
     void deleteObject(const TableSpec& table, const std::shared_ptr<void>& object);
     std::vector<std::shared_ptr<void>> fetchObjects(const TableSpec& table, const FetchRequest& request);

@@ -45,6 +45,8 @@ struct Finished {
     std::optional<CleaningResult> result;
     std::exception_ptr error;
     double duration = 0;
+    std::optional<stdfs::path> output;  // an output that was swapped in place, to remove
+    std::optional<InPlaceReplacementResult> replaced;
 };
 
 struct Job {
@@ -52,6 +54,8 @@ struct Job {
     stdfs::path input;
     CleaningProfile profile;
     std::string presetName;
+    std::optional<stdfs::path> replaces;  // the user's file, in place
+    bool historyRetained = false;
 };
 
 // Ends a run on every way out: the flag, the counts, the announcement.
@@ -207,14 +211,16 @@ std::optional<CleaningProfile> QueueService::profileFor(const QueuedFile& file, 
     return profile;
 }
 
-QueueRunSummary QueueService::processQueue(const std::function<void(const QueueFileOutcome&)>& onFileFinished) {
+QueueRunSummary QueueService::processQueue(const std::function<void(const QueueFileOutcome&)>& onFileFinished,
+                                           const QueueRunOptions& options) {
     const auto files = context_.fetch(QueueQueries::readyToProcess());
     if (files.empty()) return {};
-    return processFiles(files, onFileFinished);
+    return processFiles(files, onFileFinished, options);
 }
 
 QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
-                                           const std::function<void(const QueueFileOutcome&)>& onFileFinished) {
+                                           const std::function<void(const QueueFileOutcome&)>& onFileFinished,
+                                           const QueueRunOptions& options) {
     QueueRunSummary summary;
     if (isProcessing_) return summary;
     isProcessing_ = true;
@@ -241,9 +247,12 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
     summary.claimed = static_cast<std::int64_t>(claimed.size());
 
     std::exception_ptr saveError;
-    auto saveNow = [&] {
+    // Each file's record (and its history) is saved on its own as it settles; the whole context
+    // only after a failed save, to retry what is pending.
+    auto saveNow = [&](std::vector<std::shared_ptr<void>> only) {
         try {
-            context_.save();
+            if (only.empty()) context_.save();
+            else context_.save(only);
             saveError = nullptr;
         } catch (...) {
             saveError = std::current_exception();
@@ -251,10 +260,11 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
     };
     std::int64_t finished = 0;
     auto report = [&](const std::shared_ptr<QueuedFile>& file, std::optional<CleaningResult> result,
-                      std::exception_ptr error) {
+                      std::exception_ptr error, std::optional<InPlaceReplacementResult> replaced = std::nullopt) {
         ++finished;
         if (onFileFinished)
-            onFileFinished(QueueFileOutcome{file, std::move(result), error, finished, summary.claimed});
+            onFileFinished(
+                QueueFileOutcome{file, std::move(result), error, finished, summary.claimed, std::move(replaced)});
     };
 
     std::vector<Job> jobs;
@@ -265,12 +275,26 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
             file->setStatus(QueuedFile::Status::failed);
             file->errorMessage = noConfigurationMessage;
             file->dateProcessed = now();
-            saveNow();
+            saveNow({file});
             ++summary.failed;
             report(file, std::nullopt, nullptr);
             continue;
         }
-        jobs.push_back(Job{file, file->originalFileURL(), std::move(*profile), std::move(presetName)});
+        Job job{file, file->originalFileURL(), std::move(*profile), std::move(presetName), std::nullopt, false};
+        if (options.replaceOriginals) {
+            if (!file->originalSourcePath) {
+                file->setStatus(QueuedFile::Status::failed);
+                file->errorMessage = noOriginalMessage;
+                file->dateProcessed = now();
+                saveNow({file});
+                ++summary.failed;
+                report(file, std::nullopt, nullptr);
+                continue;
+            }
+            job.replaces = stdfs::path(*file->originalSourcePath);
+            if (!options.stripEditHistory) std::tie(job.profile, job.historyRetained) = job.profile.retainingDocumentHistory();
+        }
+        jobs.push_back(std::move(job));
     }
 
     std::mutex mutex;
@@ -290,6 +314,19 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                     const auto start = std::chrono::steady_clock::now();
                     try {
                         outcome.result = processingService_->processFile(jobs[i].input, jobs[i].profile);
+                        if (jobs[i].replaces) {
+                            // The output is swapped in only while the user's file still holds
+                            // what was staged; it is then no longer needed in temporary.
+                            const stdfs::path output = outcome.result->outputURL;
+                            try {
+                                outcome.replaced = options.replaceOriginals->replace(*jobs[i].replaces, output,
+                                                                                     jobs[i].input);
+                            } catch (...) {
+                                outcome.result.reset();
+                                outcome.error = std::current_exception();
+                            }
+                            outcome.output = output;
+                        }
                     } catch (...) {
                         outcome.error = std::current_exception();
                     }
@@ -310,13 +347,18 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
             }
             const Job& job = jobs[outcome.job];
             QueuedFile& file = *job.file;
+            std::vector<std::shared_ptr<void>> settled{job.file};
+            if (outcome.output) deleteQueueArtifactIfExists(outcome.output);
+            if (outcome.result && job.replaces) outcome.result->outputURL = *job.replaces;
             if (outcome.result) {
                 const CleaningResult& result = *outcome.result;
                 file.cleanedFilePath = result.outputURL.string();
                 file.cleanedFileSizeBytes = result.cleanedSize;
                 file.dateProcessed = now();
-                file.setStatus(QueuedFile::Status::completed);
-                file.cleanedOutputBehaviorRaw = std::string(rawValue(OutputBehavior::alongside));
+                file.setStatus(job.replaces ? QueuedFile::Status::clean : QueuedFile::Status::completed);
+                file.cleanedOutputBehaviorRaw =
+                    std::string(rawValue(job.replaces ? OutputBehavior::replace : OutputBehavior::alongside));
+                file.editHistoryRetainedInPlace = job.replaces && job.historyRetained;
                 auto history = std::make_shared<ProcessingHistory>();
                 history->id = Uuid::random();
                 history->fileName = file.fullFileName();
@@ -330,6 +372,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                 history->originalFilePath = file.originalSourcePath ? *file.originalSourcePath : file.originalFilePath;
                 history->outputRetained = true;
                 context_.insert(history);
+                settled.push_back(history);
                 ++summary.completed;
             } else {
                 file.setStatus(QueuedFile::Status::failed);
@@ -337,12 +380,12 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
                 file.dateProcessed = now();
                 ++summary.failed;
             }
-            saveNow();
-            report(job.file, std::move(outcome.result), outcome.error);
+            saveNow(settled);
+            report(job.file, std::move(outcome.result), outcome.error, std::move(outcome.replaced));
         }
     }
     if (saveError) {
-        saveNow();
+        saveNow({});
         if (saveError) std::rethrow_exception(saveError);
     }
     return summary;

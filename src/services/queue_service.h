@@ -21,6 +21,7 @@
 #include "data/queued_file.h"
 #include "data/store.h"
 #include "services/change_notifications.h"
+#include "services/in_place_replacement.h"
 #include "services/processing_service.h"
 #include "services/run_lock.h"
 #include "services/staging_service.h"
@@ -36,6 +37,16 @@ struct QueueFileOutcome {
     std::exception_ptr error;              // the failure otherwise (none for a missing configuration)
     std::int64_t finishedCount = 0;        // files of this run finished so far, this one included
     std::int64_t totalCount = 0;           // files this run claimed
+    std::optional<InPlaceReplacementResult> replaced;  // in place: where the original went
+};
+
+// How a run hands over its outputs. By default they stay in the temporary directory
+// (`completed`). An explicit user action may instead replace each user's file with its verified
+// output, the original going to the Trash (`clean`, behaviour "replace"); a file saved again
+// since it was added is left alone and fails. Never for intake from other programs.
+struct QueueRunOptions {
+    std::shared_ptr<const InPlaceReplacement> replaceOriginals;  // null: outputs stay in temporary
+    bool stripEditHistory = false;  // in place: the settings' stripEditHistoryInPlace
 };
 
 struct QueueRunSummary {
@@ -55,6 +66,7 @@ class QueueService {
 public:
     static constexpr const char* noConfigurationMessage = "No preset or categories configured";
     static constexpr const char* interruptedMessage = "Interrupted";
+    static constexpr const char* noOriginalMessage = "The file\u2019s original location is unknown, so it can\u2019t be cleaned in place";
 
     // `runLock` guards recovery against live runs of other processes; without one (an
     // in-memory store) the service assumes it is alone.
@@ -78,12 +90,14 @@ public:
     // directories, then the records.
     void removeFiles(const QueuedFiles& files);
     // Runs the `configured` files, oldest first.
-    QueueRunSummary processQueue(const std::function<void(const QueueFileOutcome&)>& onFileFinished = {});
+    QueueRunSummary processQueue(const std::function<void(const QueueFileOutcome&)>& onFileFinished = {},
+                                 const QueueRunOptions& options = {});
     // Claims the files, cleans them, saves after each; returns at once (with nothing claimed)
     // when a run is under way in this service. Throws a save's StoreError after the counts are
     // refreshed and processingComplete is posted.
     QueueRunSummary processFiles(const QueuedFiles& files,
-                                 const std::function<void(const QueueFileOutcome&)>& onFileFinished = {});
+                                 const std::function<void(const QueueFileOutcome&)>& onFileFinished = {},
+                                 const QueueRunOptions& options = {});
 
     // At start: returns records left in `processing` by a run that died to `configured` (or
     // `failed` with "Interrupted" without a configuration) and removes their stray outputs from

@@ -105,6 +105,16 @@ TEST_F(QueueCommandLine, aWholeSessionAddsProcessesListsTheHistoryAndRemoves) {
     EXPECT_EQ(userFiles(), before);
 }
 
+TEST_F(QueueCommandLine, aFolderOverTheFileCapIsReportedNotDroppedSilently) {
+    const auto jpeg = testing::images::dirtyJPEG();
+    for (int i = 0; i < 2001; ++i) writeFile(user / ("scan" + std::to_string(i) + ".jpg"), jpeg);
+    std::string out;
+    EXPECT_EQ(tavrin("queue add " + shellQuote(user.string()), &out), 0);
+    EXPECT_NE(out.find("Added 2000 files from 1 folder. Stopped at the 2000-file limit"), std::string::npos)
+        << out.substr(out.size() > 400 ? out.size() - 400 : 0);
+    EXPECT_EQ(tavrinJSON("queue list").size(), 2000u);
+}
+
 TEST_F(QueueCommandLine, exportNeverOverwritesAndAnUnknownPresetIsAUsageError) {
     makeFiles(1);
     EXPECT_EQ(tavrin("queue add --preset 'location only' " + shellQuote((user / "file0.jpg").string())), 0);

@@ -59,6 +59,33 @@ TEST(StoreContext, rollbackDropsInsertsDeletionsAndChanges) {
     EXPECT_EQ(names(context.fetch(QueueQueries::allFiles())), (std::vector<std::string>{"doomed", "kept"}));
 }
 
+TEST(StoreContext, savingChosenRecordsLeavesTheOthersPending) {
+    auto container = ModelContainerFactory::inMemory();
+    auto& context = container->mainContext();
+    auto reader = container->makeContext();
+    auto changed = file("changed", QueuedFile::Status::staged, kT0);
+    auto waiting = file("waiting", QueuedFile::Status::staged, kT0 + 1s);
+    context.insert(changed);
+    context.insert(waiting);
+    context.save();
+
+    changed->setStatus(QueuedFile::Status::completed);
+    waiting->setStatus(QueuedFile::Status::failed);
+    auto inserted = file("inserted", QueuedFile::Status::staged, kT0 + 2s);
+    auto pendingInsert = file("pending insert", QueuedFile::Status::staged, kT0 + 3s);
+    context.insert(inserted);
+    context.insert(pendingInsert);
+    context.save({changed, inserted});
+
+    EXPECT_EQ(names(reader->fetch(QueueQueries::completedFiles())), (std::vector<std::string>{"changed"}));
+    EXPECT_EQ(reader->fetch(QueueQueries::allFiles()).size(), 3u) << "the pending insert is not written";
+    EXPECT_EQ(reader->fetchCount(QueueQueries::failedFiles()), 0);
+    EXPECT_TRUE(context.hasChanges());
+    context.rollback();
+    EXPECT_EQ(waiting->status(), QueuedFile::Status::staged) << "what was not saved still rolls back";
+    EXPECT_EQ(changed->status(), QueuedFile::Status::completed) << "what was saved stays";
+}
+
 TEST(StoreContext, sameRecordFetchedTwiceIsOneObjectAndChangesAreSaved) {
     auto container = ModelContainerFactory::inMemory();
     auto& context = container->mainContext();

@@ -223,6 +223,66 @@ TEST_F(QueueServiceTest, aSourceThatChangedAfterIntakeIsNotReadTheStagedCopyIsCl
     }
 }
 
+TEST_F(QueueServiceTest, anInPlaceRunReplacesOnlySourcesThatStillHoldWhatWasStaged) {
+    enum class Source { unchanged, rewritten, vanished };
+    struct Row {
+        Source source;
+        bool stripEditHistory;
+        QueuedFile::Status status;
+    };
+    const Row rows[] = {
+        {Source::unchanged, false, QueuedFile::Status::clean},
+        {Source::unchanged, true, QueuedFile::Status::clean},
+        {Source::rewritten, false, QueuedFile::Status::failed},
+        {Source::vanished, false, QueuedFile::Status::failed},
+    };
+    InPlaceReplacementOptions trashOptions;
+    trashOptions.homeTrash = dir / "Trash";
+    QueueRunOptions run;
+    run.replaceOriginals = std::make_shared<InPlaceReplacement>(trashOptions);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(static_cast<int>(row.source) * 2 + row.stripEditHistory);
+        auto queue = makeQueue(context());
+        const auto source = userFile("photo.jpg", images::dirtyJPEG());
+        const std::string dirty = readFile(source);
+        auto file = queue->addFiles({source}).front();
+        queue->setPreset(starter(MetadataPreset::maximumPrivacyID()), {file});
+        if (row.source == Source::rewritten) writeFile(source, "the user's new text");
+        if (row.source == Source::vanished) stdfs::remove(source);
+        run.stripEditHistory = row.stripEditHistory;
+        const auto summary = queue->processFiles({file}, {}, run);
+
+        EXPECT_EQ(file->status(), row.status);
+        if (row.status == QueuedFile::Status::clean) {
+            EXPECT_EQ(summary.completed, 1);
+            EXPECT_EQ(file->cleanedFilePath, source.string());
+            EXPECT_EQ(file->cleanedOutputBehaviorRaw, "replace");
+            // The starter removes document history; in place it stays unless the settings say.
+            EXPECT_EQ(file->editHistoryRetainedInPlace, !row.stripEditHistory);
+            EXPECT_NE(readFile(source), dirty);
+            EXPECT_EQ(readFile(dir / "Trash" / "files" / "photo.jpg"), dirty);
+            const auto history = context().fetch(HistoryQueries::recent(1));
+            ASSERT_EQ(history.size(), 1u);
+            EXPECT_EQ(history[0]->cleanedFilePath, source.string());
+        } else {
+            EXPECT_TRUE(file->errorMessage);
+            if (row.source == Source::rewritten) {
+                EXPECT_EQ(readFile(source), "the user's new text");
+                EXPECT_NE(file->errorMessage->find("is no longer the file that was cleaned"), std::string::npos);
+            }
+            EXPECT_EQ(stdfs::exists(source), row.source != Source::vanished);
+        }
+        // In place, no output stays behind in the temporary directory.
+        for (const auto& e : stdfs::directory_iterator(tmp))
+            EXPECT_FALSE(e.path().filename().string().starts_with("tavrin_output")) << e.path();
+        queue->removeFiles({file});
+        stdfs::remove(source);
+        stdfs::remove_all(dir / "Trash");
+        for (const auto& h : context().fetch(HistoryQueries::recent())) context().deleteRecord(h);
+        context().save();
+    }
+}
+
 TEST_F(QueueServiceTest, aSecondRunOnFilesAnotherRunClaimedTakesNone) {
     auto queue = makeQueue(context());
     const auto source = userFile("a.jpg", images::dirtyJPEG());
