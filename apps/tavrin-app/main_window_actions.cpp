@@ -1,0 +1,226 @@
+// The main window's flows: adding files, starting, following and stopping a run, drops.
+#include <QDragEnterEvent>
+#include <QFileDialog>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QStandardPaths>
+#include <QTableView>
+#include <QTimer>
+#include <QUrl>
+
+#include <set>
+
+#include "app_context.h"
+#include "inspection_runner.h"
+#include "intake/folder_expansion_service.h"
+#include "intake/folder_intake_summary.h"
+#include "main_window.h"
+#include "model/pipeline_error.h"
+#include "queue_table_model.h"
+
+namespace tavrin {
+
+namespace stdfs = std::filesystem;
+
+namespace {
+
+QString qs(const std::string& s) { return QString::fromStdString(s); }
+QString nameOf(const stdfs::path& p) { return qs(p.filename().string()); }
+
+// At most a few lines of names; the rest as a count.
+QString listed(const QStringList& lines) {
+    constexpr int shown = 4;
+    if (lines.size() <= shown) return lines.join(QLatin1Char('\n'));
+    return (lines.mid(0, shown) + QStringList{QObject::tr("…and %1 more").arg(lines.size() - shown)}).join(QLatin1Char('\n'));
+}
+
+}  // namespace
+
+QStringList MainWindow::importPaths(const std::vector<stdfs::path>& paths, bool applyDefaultPreset) {
+    if (paths.empty()) return {};
+    const FolderExpansionService expander;
+    const auto expansion = expander.expand(paths);
+    QueuedFiles added;
+    QString failure;
+    try {
+        added = app_.import().importFiles(expansion.fileURLs, applyDefaultPreset);
+    } catch (const std::exception& e) {
+        failure = qs(e.what());
+    }
+    std::set<std::string> addedSources;
+    for (const auto& file : added)
+        if (file->originalSourcePath) addedSources.insert(stdfs::path(*file->originalSourcePath).lexically_normal().string());
+    std::set<std::string> given;
+    for (const auto& p : paths) given.insert(p.lexically_normal().string());
+
+    // Files given one by one that did not get in are named, with the reason; those found in
+    // folders are counted by the folder summary.
+    QStringList notAdded;
+    for (const auto& file : expansion.fileURLs) {
+        const auto key = file.lexically_normal().string();
+        if (addedSources.count(key) || !given.count(key)) continue;
+        QString reason;
+        try {
+            app_.engine().checkSource(file);
+            reason = failure.isEmpty() ? tr("it could not be added to the queue") : failure;
+        } catch (...) {
+            reason = qs(describeError(std::current_exception()));
+        }
+        notAdded << tr("Not added: %1 — %2").arg(nameOf(file), reason);
+    }
+    QStringList lines;
+    if (auto summary = FolderIntakeSummary::message(expansion, static_cast<std::int64_t>(added.size())))
+        lines << qs(*summary);
+    else if (!added.empty())
+        lines << tr("Added %n file(s) to the queue.", "", static_cast<int>(added.size()));
+    else if (expansion.fileURLs.empty())
+        lines << tr("Nothing to add: no files were given.");
+    lines += notAdded;
+    if (!lines.isEmpty()) showBanner(listed(lines), !notAdded.isEmpty() || added.empty());
+
+    QStringList ids;
+    for (const auto& file : added) {
+        ids << qs(file->id.uuidString());
+        inspections_->inspect(ids.back(), file->originalFileURL());
+    }
+    reload();
+    if (!ids.isEmpty()) selectIds(ids.mid(0, 1));
+    return ids;
+}
+
+bool MainWindow::cleanSelection(CleanMode mode) {
+    auto ids = selectedIds();
+    if (ids.isEmpty())
+        for (int row = 0; row < model_->rowCount(); ++row) ids << model_->data(model_->index(row, 0), QueueTableModel::idRole).toString();
+    return cleanFiles(ids, mode);
+}
+
+bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
+    if (run_) {
+        showBanner(tr("A clean is under way. Wait for it to finish or stop it first."), true);
+        return false;
+    }
+    std::shared_ptr<AppSettings> settings;
+    try {
+        settings = app_.settings();
+    } catch (const std::exception& e) {
+        showBanner(tr("The settings cannot be read: %1").arg(qs(e.what())), true);
+        return false;
+    }
+    // Files that already carry a configuration run as they are; the others take the default
+    // preset (or the strictest) unless the user chose to remove nothing.
+    std::vector<Uuid> runIds;
+    QueuedFiles needPreset;
+    int skipped = 0;
+    for (const auto& id : ids) {
+        const auto uuid = uuidFromString(id.toStdString());
+        auto file = uuid ? app_.file(*uuid) : nullptr;
+        if (!file) continue;
+        const auto status = file->status();
+        const bool runnable = status == QueuedFile::Status::staged || status == QueuedFile::Status::configured ||
+                              status == QueuedFile::Status::failed;
+        if (!runnable || (file->userDidConfigureEmptySelection && !file->hasCleaningConfiguration())) {
+            ++skipped;
+            continue;
+        }
+        if (!file->presetId && file->categoriesToRemove().empty()) {
+            if (status == QueuedFile::Status::failed) file->setStatus(QueuedFile::Status::staged);
+            needPreset.push_back(file);
+        }
+        runIds.push_back(file->id);
+    }
+    if (runIds.empty()) {
+        showBanner(skipped ? tr("Nothing to clean: the selected files are cleaned already, or nothing is selected in them.")
+                           : tr("Nothing to clean: add files first."),
+                   true);
+        return false;
+    }
+    if (mode == CleanMode::inPlace && confirmCleanInPlace && !confirmCleanInPlace(static_cast<int>(runIds.size())))
+        return false;
+    try {
+        if (!needPreset.empty()) {
+            std::shared_ptr<MetadataPreset> preset;
+            if (settings->defaultPresetId) preset = app_.presets().fetchPreset(*settings->defaultPresetId);
+            if (!preset) preset = app_.presets().fetchPreset(MetadataPreset::maximumPrivacyID());
+            if (preset) app_.queue().setPreset(preset, needPreset);
+        }
+    } catch (const std::exception& e) {
+        app_.context().rollback();
+        showBanner(tr("The files could not be prepared: %1").arg(qs(e.what())), true);
+        return false;
+    }
+    CleanRunOptions options;
+    options.mode = mode;
+    options.suffix = CleanCopySuffix::resolved(settings->cleanCopySuffixTokenRaw, settings->cleanCopyCustomSuffix);
+    options.stripEditHistoryInPlace = settings->stripEditHistoryInPlace;
+    run_ = new CleanRun(app_, runIds, options, this);
+    auto* coalesce = new QTimer(run_);
+    coalesce->setSingleShot(true);
+    coalesce->setInterval(200);
+    connect(coalesce, &QTimer::timeout, this, [this] { reload(); });
+    connect(run_, &CleanRun::filesStarted, this, [this](const QStringList& started) { model_->setWorking(started, true); });
+    connect(run_, &CleanRun::fileFinished, this,
+            [this, coalesce](const QString& id, bool, const QString&, int finished, int total) {
+                model_->setWorking({id}, false);
+                progress_->setRange(0, total);
+                progress_->setValue(finished);
+                progress_->setFormat(tr("%1 of %2").arg(finished).arg(total));
+                if (!coalesce->isActive()) coalesce->start();
+            });
+    connect(run_, &CleanRun::runFinished, this, [this, mode](int completed, int failed, bool cancelled) {
+        const auto outputs = run_->outputs();
+        run_->deleteLater();
+        run_ = nullptr;
+        progress_->hide();
+        reload();
+        QString text = tr("%n file(s) cleaned and verified.", "", completed);
+        if (failed) text += QLatin1Char(' ') + tr("%n file(s) failed; select one to see why.", "", failed);
+        if (cancelled) text += QLatin1Char(' ') + tr("Stopped: the files not started are still in the queue.");
+        showBanner(text, failed > 0 || cancelled);
+        if (mode == CleanMode::share && !outputs.empty() && presentShare) presentShare(outputs);
+        emit runFinished(completed, failed, cancelled);
+    });
+    progress_->setRange(0, static_cast<int>(runIds.size()));
+    progress_->setValue(0);
+    progress_->setFormat(tr("0 of %1").arg(runIds.size()));
+    progress_->show();
+    run_->start();
+    updateActions();
+    return true;
+}
+
+void MainWindow::cancelRun() {
+    if (!run_) return;
+    run_->cancel();
+    showBanner(tr("Stopping: files being cleaned finish, no new ones start."));
+    updateActions();
+}
+
+void MainWindow::addFilesDialog() {
+    const auto names = QFileDialog::getOpenFileNames(this, tr("Add Files"),
+                                                     QStandardPaths::writableLocation(QStandardPaths::HomeLocation));
+    std::vector<stdfs::path> paths;
+    for (const auto& name : names) paths.emplace_back(name.toStdString());
+    importPaths(paths);
+}
+
+void MainWindow::addFolderDialog() {
+    const auto folder = QFileDialog::getExistingDirectory(this, tr("Add Folder"),
+                                                          QStandardPaths::writableLocation(QStandardPaths::HomeLocation));
+    if (!folder.isEmpty()) importPaths({stdfs::path(folder.toStdString())});
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    // Rows dragged out of our own table are not dropped back in.
+    if (event->mimeData()->hasUrls() && event->source() != view_) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    std::vector<stdfs::path> paths;
+    for (const auto& url : event->mimeData()->urls())
+        if (url.isLocalFile()) paths.emplace_back(url.toLocalFile().toStdString());
+    event->acceptProposedAction();
+    importPaths(paths);
+}
+
+}  // namespace tavrin
