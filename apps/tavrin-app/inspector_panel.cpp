@@ -44,7 +44,8 @@ InspectorPanel::InspectorPanel(QWidget* parent) : QWidget(parent) {
     verified_ = makeLabel(tr("Verification"), this);
     verified_->setStyleSheet(QStringLiteral(
         "QLabel { background: #1e8c4b; color: white; border-radius: 4px; padding: 2px 8px; font-weight: bold; }"));
-    verified_->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
+    verified_->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    verified_->setWordWrap(false);
     verified_->setText(tr("✓ Verified clean"));
     sizes_ = makeLabel(tr("Sizes before and after"), this);
     warnings_ = makeLabel(tr("Warnings"), this);
@@ -73,10 +74,8 @@ InspectorPanel::InspectorPanel(QWidget* parent) : QWidget(parent) {
 
     layout->addWidget(title_);
     layout->addWidget(detail_);
-    auto* badges = new QHBoxLayout;
-    badges->addWidget(verified_);
-    badges->addWidget(sizes_, 1);
-    layout->addLayout(badges);
+    layout->addWidget(verified_);
+    layout->addWidget(sizes_);
     layout->addWidget(warnings_);
     layout->addWidget(split, 1);
     showEmpty(tr("Select a file to see what it carries."));
@@ -97,7 +96,7 @@ void InspectorPanel::showEmpty(const QString& message) {
 }
 
 void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const MetadataTree* tree,
-                          const QString& inspectionError, const CleaningResult* result) {
+                          const QString& inspectionError, const CleaningResult* result, const QString& note) {
     if (!file) return showEmpty(tr("Select a file to see what it carries."));
     filling_ = true;
     title_->setText(QString::fromStdString(file->fullFileName()));
@@ -115,6 +114,7 @@ void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const Metadat
         lines << tr("Edit history was kept, as the settings ask for cleaning in place.");
     if (!inspectionError.isEmpty()) lines << tr("Cannot read this file: %1").arg(inspectionError);
     if (file->userDidConfigureEmptySelection) lines << tr("Nothing is selected: this file will not be cleaned.");
+    if (!note.isEmpty()) lines << note;
     detail_->setText(lines.join(QLatin1Char('\n')));
 
     // After a clean.

@@ -28,7 +28,7 @@ public:
     // Shows `file` (none: nothing selected). `tree` is its inspection when done, `inspectionError`
     // what went wrong when not, `result` the last clean of this session.
     void show(const std::shared_ptr<QueuedFile>& file, const MetadataTree* tree, const QString& inspectionError,
-              const CleaningResult* result);
+              const CleaningResult* result, const QString& note = {});
     void showEmpty(const QString& message);
 
     QTreeWidget* tree() const { return tree_; }

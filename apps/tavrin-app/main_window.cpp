@@ -49,6 +49,17 @@ bool isEditable(const QueuedFile& file) {
     return s == QueuedFile::Status::staged || s == QueuedFile::Status::configured;
 }
 
+// A file the user has not configured yet, which a clean gives the fallback preset.
+bool awaitsFallback(const QueuedFile& file) {
+    return isEditable(file) && !file.hasCleaningConfiguration() && !file.userDidConfigureEmptySelection;
+}
+
+void seedFrom(QueuedFile& file, const MetadataPreset& preset) {
+    file.setCategoriesToRemove(preset.categoriesToRemove());
+    file.specificKeysToRemove = preset.specificKeysToRemove;
+    file.specificKeysToKeep = preset.specificKeysToKeep;
+}
+
 }  // namespace
 
 MainWindow::MainWindow(AppContext& app, QWidget* parent) : QMainWindow(parent), app_(app) {
@@ -74,7 +85,7 @@ MainWindow::MainWindow(AppContext& app, QWidget* parent) : QMainWindow(parent), 
         sheet->setAttribute(Qt::WA_DeleteOnClose);
         sheet->open();
     };
-    app_.addReloadListener([this] { reload(); });
+    app_.addReloadListener([this] { refresh(); });
     // Files inspected in an earlier session carry only their summary: read them again for the tree.
     for (int row = 0; row < model_->rowCount(); ++row)
         if (auto file = model_->fileAt(row); file && isEditable(*file))
@@ -208,6 +219,13 @@ void MainWindow::buildLayout() {
     view_->setAlternatingRowColors(true);
     view_->setWordWrap(false);
     view_->horizontalHeader()->setSectionResizeMode(QueueTableModel::nameColumn, QHeaderView::Stretch);
+    view_->horizontalHeader()->setMinimumSectionSize(60);
+    const int em = view_->fontMetrics().averageCharWidth();
+    view_->setColumnWidth(QueueTableModel::statusColumn, 13 * em);
+    view_->setColumnWidth(QueueTableModel::presetColumn, 17 * em);
+    view_->setColumnWidth(QueueTableModel::removeColumn, 11 * em);
+    view_->setColumnWidth(QueueTableModel::sizeColumn, 11 * em);
+    view_->setColumnWidth(QueueTableModel::savedColumn, 10 * em);
     view_->horizontalHeader()->setStretchLastSection(false);
     view_->setIconSize(QSize(18, 18));
     view_->addAction(removeAction_);
@@ -231,6 +249,7 @@ void MainWindow::buildLayout() {
     split->addWidget(inspector_);
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 2);
+    split->setSizes({660, 440});
     layout->addWidget(bannerBox_);
     layout->addWidget(split, 1);
     setCentralWidget(central);
@@ -243,6 +262,7 @@ void MainWindow::buildLayout() {
     progressLabel_->setAccessibleName(tr("Queue summary"));
     statusBar()->addWidget(progressLabel_, 1);
     statusBar()->addPermanentWidget(progress_);
+    refreshCleanMenu();
     setTabOrder(view_, inspector_->tree());
     setTabOrder(inspector_->tree(), inspector_->outcome());
     resize(1100, 640);
@@ -275,6 +295,16 @@ void MainWindow::refreshPresetMenu() {
             presetMenu_->addAction(qs(preset->name), this, [this, id = preset->id] { applyPresetToSelection(id); });
     } catch (const std::exception& e) {
         presetMenu_->addAction(tr("Presets cannot be read: %1").arg(qs(e.what())))->setEnabled(false);
+    }
+}
+
+std::shared_ptr<MetadataPreset> MainWindow::fallbackPreset() {
+    try {
+        std::shared_ptr<MetadataPreset> preset;
+        if (auto id = app_.settings()->defaultPresetId) preset = app_.presets().fetchPreset(*id);
+        return preset ? preset : app_.presets().fetchPreset(MetadataPreset::maximumPrivacyID());
+    } catch (...) {
+        return nullptr;
     }
 }
 
@@ -328,11 +358,12 @@ bool MainWindow::selectSource(const std::filesystem::path& path) {
     return false;
 }
 
-void MainWindow::reload() {
+void MainWindow::reload() { app_.reload(); }
+
+void MainWindow::refresh() {
     const auto ids = selectedIds();
     model_->reload();
     selectIds(ids);
-    if (run_) model_->setWorking({}, true);
     showSelected();
     updateActions();
 }
@@ -365,7 +396,18 @@ void MainWindow::showSelected() {
     if (!tree && isEditable(*file) && !inspectionErrors_.count(ids.front()))
         inspections_->inspect(ids.front(), file->originalFileURL());
     auto error = inspectionErrors_.find(ids.front());
-    inspector_->show(file, tree, error == inspectionErrors_.end() ? QString() : error->second, app_.resultFor(file->id));
+    QString note;
+    auto shown = file;
+    if (awaitsFallback(*file)) {
+        // Show the ticks the clean would use.
+        if (auto preset = fallbackPreset()) {
+            shown = std::make_shared<QueuedFile>(*file);
+            seedFrom(*shown, *preset);
+            note = tr("Will be cleaned with “%1” unless you change the ticks or apply a preset.").arg(qs(preset->name));
+        }
+    }
+    inspector_->show(shown, tree, error == inspectionErrors_.end() ? QString() : error->second, app_.resultFor(file->id),
+                     note);
 }
 
 void MainWindow::inspected(const QString& id, const std::optional<MetadataTree>& tree, const QString& error) {
@@ -397,6 +439,8 @@ void MainWindow::changeSelection(const std::function<void(QueuedFile&, const Met
     const MetadataTree* tree = uuid ? app_.treeFor(*uuid) : nullptr;
     auto file = uuid ? app_.file(*uuid) : nullptr;
     if (!file || !tree || !isEditable(*file)) return;
+    if (awaitsFallback(*file))
+        if (auto preset = fallbackPreset()) seedFrom(*file, *preset);
     change(*file, *tree);
     FileConfiguration::selectionChanged(*file);
     try {

@@ -59,8 +59,14 @@ public:
     void removeSelection();
     void applyPresetToSelection(const Uuid& presetId);
     void cancelRun();
+    // Reads the store again through a fresh context (another process or a run changed it).
     void reload();
+    // Redraws the queue and the inspector from the app's current context.
+    void refresh();
 
+    // The preset a file without a selection of its own is cleaned with: the default preset of
+    // the settings, else the strictest.
+    std::shared_ptr<MetadataPreset> fallbackPreset();
     // The default mode from the settings.
     CleanMode defaultCleanMode();
     void showBanner(const QString& text, bool warning = false);
@@ -103,26 +109,26 @@ private:
     void updateActions();
 
     AppContext& app_;
-    QueueTableModel* model_;
-    QSortFilterProxyModel* proxy_;
-    QTableView* view_;
-    InspectorPanel* inspector_;
-    InspectionRunner* inspections_;
-    QLabel* banner_;
-    QWidget* bannerBox_;
-    QProgressBar* progress_;
-    QLabel* progressLabel_;
-    QToolButton* cleanButton_;
-    QMenu* cleanMenu_;
-    QToolButton* presetButton_;
-    QMenu* presetMenu_;
-    QAction* addFilesAction_;
-    QAction* addFolderAction_;
-    QAction* removeAction_;
-    QAction* cancelAction_;
-    QAction* settingsAction_;
-    QAction* historyAction_;
-    QAction* tourAction_;
+    QueueTableModel* model_ = nullptr;
+    QSortFilterProxyModel* proxy_ = nullptr;
+    QTableView* view_ = nullptr;
+    InspectorPanel* inspector_ = nullptr;
+    InspectionRunner* inspections_ = nullptr;
+    QLabel* banner_ = nullptr;
+    QWidget* bannerBox_ = nullptr;
+    QProgressBar* progress_ = nullptr;
+    QLabel* progressLabel_ = nullptr;
+    QToolButton* cleanButton_ = nullptr;
+    QMenu* cleanMenu_ = nullptr;
+    QToolButton* presetButton_ = nullptr;
+    QMenu* presetMenu_ = nullptr;
+    QAction* addFilesAction_ = nullptr;
+    QAction* addFolderAction_ = nullptr;
+    QAction* removeAction_ = nullptr;
+    QAction* cancelAction_ = nullptr;
+    QAction* settingsAction_ = nullptr;
+    QAction* historyAction_ = nullptr;
+    QAction* tourAction_ = nullptr;
     CleanRun* run_ = nullptr;
     std::map<QString, QString> inspectionErrors_;
 };

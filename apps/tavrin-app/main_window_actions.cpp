@@ -139,10 +139,7 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
         return false;
     try {
         if (!needPreset.empty()) {
-            std::shared_ptr<MetadataPreset> preset;
-            if (settings->defaultPresetId) preset = app_.presets().fetchPreset(*settings->defaultPresetId);
-            if (!preset) preset = app_.presets().fetchPreset(MetadataPreset::maximumPrivacyID());
-            if (preset) app_.queue().setPreset(preset, needPreset);
+            if (auto preset = fallbackPreset()) app_.queue().setPreset(preset, needPreset);
         }
     } catch (const std::exception& e) {
         app_.context().rollback();
