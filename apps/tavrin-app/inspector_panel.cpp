@@ -161,6 +161,8 @@ void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const Metadat
             group->setToolTip(0, qs(description(category)));
             group->setData(0, categoryRole, static_cast<int>(category));
             const bool anyRemovable = std::any_of(items.begin(), items.end(), [](const auto& i) { return i.isRemovable; });
+            // A new item can be ticked unless told otherwise.
+            group->setFlags(group->flags() & ~Qt::ItemIsUserCheckable);
             if (anyRemovable) {
                 group->setFlags((group->flags() | Qt::ItemIsUserCheckable) &
                                 (editable ? ~Qt::ItemFlags() : ~Qt::ItemIsEnabled));
@@ -168,6 +170,7 @@ void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const Metadat
             }
             for (const auto& item : items) {
                 auto* leaf = new QTreeWidgetItem(group);
+                leaf->setFlags(leaf->flags() & ~Qt::ItemIsUserCheckable);
                 leaf->setText(0, QString::fromStdString(item.displayName));
                 leaf->setText(1, QString::fromStdString(item.value.description()).left(200));
                 leaf->setData(0, itemIdRole, QString::fromStdString(item.id));
@@ -191,10 +194,13 @@ void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const Metadat
 void InspectorPanel::itemChanged(QTreeWidgetItem* item, int column) {
     if (filling_ || column != 0) return;
     const bool remove = item->checkState(0) == Qt::Checked;
+    // Told after the tick's own handling: the answer rebuilds the tree, items included.
     if (const auto category = item->data(0, categoryRole); category.isValid()) {
-        emit categoryToggled(static_cast<MetadataCategory>(category.toInt()), remove);
+        const auto c = static_cast<MetadataCategory>(category.toInt());
+        QMetaObject::invokeMethod(this, [this, c, remove] { emit categoryToggled(c, remove); }, Qt::QueuedConnection);
     } else if (const auto id = item->data(0, itemIdRole); id.isValid()) {
-        emit itemToggled(id.toString(), remove);
+        QMetaObject::invokeMethod(this, [this, id = id.toString(), remove] { emit itemToggled(id, remove); },
+                                  Qt::QueuedConnection);
     }
 }
 

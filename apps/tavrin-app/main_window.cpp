@@ -54,8 +54,17 @@ bool awaitsFallback(const QueuedFile& file) {
     return isEditable(file) && !file.hasCleaningConfiguration() && !file.userDidConfigureEmptySelection;
 }
 
-void seedFrom(QueuedFile& file, const MetadataPreset& preset) {
-    file.setCategoriesToRemove(preset.categoriesToRemove());
+// The preset's choice for the categories the file carries, so that clearing every tick the
+// inspector shows leaves nothing selected.
+void seedFrom(QueuedFile& file, const MetadataPreset& preset, const MetadataTree* tree) {
+    auto categories = preset.categoriesToRemove();
+    if (tree) {
+        const auto present = tree->presentCategories();
+        std::erase_if(categories, [&](MetadataCategory c) {
+            return std::find(present.begin(), present.end(), c) == present.end();
+        });
+    }
+    file.setCategoriesToRemove(categories);
     file.specificKeysToRemove = preset.specificKeysToRemove;
     file.specificKeysToKeep = preset.specificKeysToKeep;
 }
@@ -402,7 +411,7 @@ void MainWindow::showSelected() {
         // Show the ticks the clean would use.
         if (auto preset = fallbackPreset()) {
             shown = std::make_shared<QueuedFile>(*file);
-            seedFrom(*shown, *preset);
+            seedFrom(*shown, *preset, tree);
             note = tr("Will be cleaned with “%1” unless you change the ticks or apply a preset.").arg(qs(preset->name));
         }
     }
@@ -440,7 +449,7 @@ void MainWindow::changeSelection(const std::function<void(QueuedFile&, const Met
     auto file = uuid ? app_.file(*uuid) : nullptr;
     if (!file || !tree || !isEditable(*file)) return;
     if (awaitsFallback(*file))
-        if (auto preset = fallbackPreset()) seedFrom(*file, *preset);
+        if (auto preset = fallbackPreset()) seedFrom(*file, *preset, tree);
     change(*file, *tree);
     FileConfiguration::selectionChanged(*file);
     try {
@@ -481,6 +490,11 @@ void MainWindow::removeSelection() {
     for (const auto& id : selectedIds())
         if (auto uuid = uuidFromString(id.toStdString()))
             if (auto file = app_.file(*uuid); file && file->status() != QueuedFile::Status::processing) {
+                // A clean file put beside the original, or in its place, is the user's now: the
+                // queue forgets it rather than deleting it with the queue's own artefacts.
+                const auto behavior = file->cleanedOutputBehaviorRaw.value_or("");
+                if (behavior == rawValue(OutputBehavior::alongside) || behavior == rawValue(OutputBehavior::replace))
+                    file->cleanedFilePath.reset();
                 files.push_back(file);
                 gone.push_back(*uuid);
             }
