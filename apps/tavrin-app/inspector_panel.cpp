@@ -62,9 +62,10 @@ InspectorPanel::InspectorPanel(QWidget* parent) : QWidget(parent) {
 
     outcome_ = new QTreeWidget(this);
     outcome_->setAccessibleName(tr("What the clean removed and kept"));
-    outcome_->setColumnCount(2);
-    outcome_->setHeaderLabels({tr("Outcome"), tr("Reason")});
-    outcome_->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
+    outcome_->setColumnCount(3);
+    outcome_->setHeaderLabels({tr("Outcome"), tr("Value"), tr("Reason")});
+    outcome_->setColumnWidth(0, 150);
+    outcome_->setColumnWidth(1, 110);
 
     auto* split = new QSplitter(Qt::Vertical, this);
     split->addWidget(tree_);
@@ -137,17 +138,20 @@ void InspectorPanel::show(const std::shared_ptr<QueuedFile>& file, const Metadat
         auto* removed = new QTreeWidgetItem(outcome_, {tr("Removed (%1)").arg(result->removedItems.size())});
         for (const auto& item : result->removedItems)
             new QTreeWidgetItem(removed, {QString::fromStdString(item.displayName),
+                                          QString::fromStdString(item.value.description()).left(120),
                                           QString::fromStdString(FileConfiguration::removedReason(item, result->profileUsed))});
         auto* kept = new QTreeWidgetItem(outcome_, {tr("Kept (%1)").arg(result->retainedItems.size())});
         for (const auto& item : result->retainedItems)
             new QTreeWidgetItem(kept, {QString::fromStdString(item.displayName),
+                                       QString::fromStdString(item.value.description()).left(120),
                                        QString::fromStdString(FileConfiguration::retainedReason(item, result->profileUsed))});
         removed->setExpanded(true);
         kept->setExpanded(true);
     }
 
     tree_->clear();
-    tree_->setVisible(tree != nullptr);
+    // After a clean the outcome takes the place of what the file carried before.
+    tree_->setVisible(tree != nullptr && !cleaned);
     const bool editable =
         file->status() == QueuedFile::Status::staged || file->status() == QueuedFile::Status::configured;
     if (tree) {

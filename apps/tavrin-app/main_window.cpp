@@ -230,9 +230,9 @@ void MainWindow::buildLayout() {
     view_->horizontalHeader()->setSectionResizeMode(QueueTableModel::nameColumn, QHeaderView::Stretch);
     view_->horizontalHeader()->setMinimumSectionSize(60);
     const int em = view_->fontMetrics().averageCharWidth();
-    view_->setColumnWidth(QueueTableModel::statusColumn, 13 * em);
+    view_->setColumnWidth(QueueTableModel::statusColumn, 16 * em);
     view_->setColumnWidth(QueueTableModel::presetColumn, 17 * em);
-    view_->setColumnWidth(QueueTableModel::removeColumn, 11 * em);
+    view_->setColumnWidth(QueueTableModel::removeColumn, 13 * em);
     view_->setColumnWidth(QueueTableModel::sizeColumn, 11 * em);
     view_->setColumnWidth(QueueTableModel::savedColumn, 10 * em);
     view_->horizontalHeader()->setStretchLastSection(false);
@@ -258,7 +258,7 @@ void MainWindow::buildLayout() {
     split->addWidget(inspector_);
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 2);
-    split->setSizes({660, 440});
+    split->setSizes({650, 450});
     layout->addWidget(bannerBox_);
     layout->addWidget(split, 1);
     setCentralWidget(central);
