@@ -29,6 +29,8 @@
 #include "app_context.h"
 #include "app_icons.h"
 #include "file_configuration.h"
+#include "handoff/email_integration.h"
+#include "handoff/program_launcher.h"
 #include "inspection_runner.h"
 #include "inspector_panel.h"
 #include "intake/folder_expansion_service.h"
@@ -239,6 +241,14 @@ void MainWindow::buildLayout() {
     view_->setIconSize(QSize(18, 18));
     view_->addAction(removeAction_);
     connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &MainWindow::selectionChanged);
+    // A cleaned row leads to its clean file.
+    connect(view_, &QTableView::activated, this, [this](const QModelIndex& index) {
+        const auto path = proxy_->data(index, QueueTableModel::cleanedPathRole).toString();
+        if (path.isEmpty()) return;
+        SpawnProgramLauncher launcher;
+        for (const auto& command : EmailRoutes::revealCommands({std::filesystem::path(path.toStdString())}))
+            if (!launcher.launch(command)) showBanner(tr("No program could show the folder of %1.").arg(path), true);
+    });
 
     inspector_ = new InspectorPanel(central);
     connect(inspector_, &InspectorPanel::categoryToggled, this, [this](MetadataCategory category, bool remove) {
@@ -272,6 +282,7 @@ void MainWindow::buildLayout() {
     statusBar()->addWidget(progressLabel_, 1);
     statusBar()->addPermanentWidget(progress_);
     refreshCleanMenu();
+    view_->setFocus();
     setTabOrder(view_, inspector_->tree());
     setTabOrder(inspector_->tree(), inspector_->outcome());
     resize(1100, 640);
@@ -462,51 +473,6 @@ void MainWindow::changeSelection(const std::function<void(QueuedFile&, const Met
     if (row >= 0) emit model_->dataChanged(model_->index(row, 0), model_->index(row, QueueTableModel::columnCount_ - 1));
     showSelected();
     updateActions();
-}
-
-void MainWindow::applyPresetToSelection(const Uuid& presetId) {
-    auto preset = app_.presets().fetchPreset(presetId);
-    if (!preset) return;
-    QueuedFiles files;
-    for (const auto& id : selectedIds())
-        if (auto uuid = uuidFromString(id.toStdString()))
-            if (auto file = app_.file(*uuid)) {
-                if (isEditable(*file)) file->userDidConfigureEmptySelection = false;
-                files.push_back(file);
-            }
-    try {
-        app_.queue().setPreset(preset, files);
-    } catch (const std::exception& e) {
-        app_.context().rollback();
-        showBanner(tr("The preset could not be applied: %1").arg(qs(e.what())), true);
-    }
-    reload();
-}
-
-void MainWindow::removeSelection() {
-    if (run_) return;
-    QueuedFiles files;
-    std::vector<Uuid> gone;
-    for (const auto& id : selectedIds())
-        if (auto uuid = uuidFromString(id.toStdString()))
-            if (auto file = app_.file(*uuid); file && file->status() != QueuedFile::Status::processing) {
-                // A clean file put beside the original, or in its place, is the user's now: the
-                // queue forgets it rather than deleting it with the queue's own artefacts.
-                const auto behavior = file->cleanedOutputBehaviorRaw.value_or("");
-                if (behavior == rawValue(OutputBehavior::alongside) || behavior == rawValue(OutputBehavior::replace))
-                    file->cleanedFilePath.reset();
-                files.push_back(file);
-                gone.push_back(*uuid);
-            }
-    if (files.empty()) return;
-    try {
-        app_.queue().removeFiles(files);
-        for (const auto& id : gone) app_.forget(id);
-    } catch (const std::exception& e) {
-        app_.context().rollback();
-        showBanner(tr("The files could not be removed from the queue: %1").arg(qs(e.what())), true);
-    }
-    reload();
 }
 
 }  // namespace tavrin

@@ -1,4 +1,5 @@
-// The main window's flows: adding files, starting, following and stopping a run, drops.
+// The main window's flows: adding files, presets for the selection, removal, starting, following and
+// stopping a run, drops.
 #include <QDragEnterEvent>
 #include <QFileDialog>
 #include <QMimeData>
@@ -26,6 +27,11 @@ namespace {
 
 QString qs(const std::string& s) { return QString::fromStdString(s); }
 QString nameOf(const stdfs::path& p) { return qs(p.filename().string()); }
+
+bool isEditable(const QueuedFile& file) {
+    const auto s = file.status();
+    return s == QueuedFile::Status::staged || s == QueuedFile::Status::configured;
+}
 
 // At most a few lines of names; the rest as a count.
 QString listed(const QStringList& lines) {
@@ -184,6 +190,51 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
     run_->start();
     updateActions();
     return true;
+}
+
+void MainWindow::applyPresetToSelection(const Uuid& presetId) {
+    auto preset = app_.presets().fetchPreset(presetId);
+    if (!preset) return;
+    QueuedFiles files;
+    for (const auto& id : selectedIds())
+        if (auto uuid = uuidFromString(id.toStdString()))
+            if (auto file = app_.file(*uuid)) {
+                if (isEditable(*file)) file->userDidConfigureEmptySelection = false;
+                files.push_back(file);
+            }
+    try {
+        app_.queue().setPreset(preset, files);
+    } catch (const std::exception& e) {
+        app_.context().rollback();
+        showBanner(tr("The preset could not be applied: %1").arg(qs(e.what())), true);
+    }
+    reload();
+}
+
+void MainWindow::removeSelection() {
+    if (run_) return;
+    QueuedFiles files;
+    std::vector<Uuid> gone;
+    for (const auto& id : selectedIds())
+        if (auto uuid = uuidFromString(id.toStdString()))
+            if (auto file = app_.file(*uuid); file && file->status() != QueuedFile::Status::processing) {
+                // A clean file put beside the original, or in its place, is the user's now: the
+                // queue forgets it rather than deleting it with the queue's own artefacts.
+                const auto behavior = file->cleanedOutputBehaviorRaw.value_or("");
+                if (behavior == rawValue(OutputBehavior::alongside) || behavior == rawValue(OutputBehavior::replace))
+                    file->cleanedFilePath.reset();
+                files.push_back(file);
+                gone.push_back(*uuid);
+            }
+    if (files.empty()) return;
+    try {
+        app_.queue().removeFiles(files);
+        for (const auto& id : gone) app_.forget(id);
+    } catch (const std::exception& e) {
+        app_.context().rollback();
+        showBanner(tr("The files could not be removed from the queue: %1").arg(qs(e.what())), true);
+    }
+    reload();
 }
 
 void MainWindow::cancelRun() {

@@ -83,7 +83,8 @@ QVariant QueueTableModel::data(const QModelIndex& index, int role) const {
     if (role == Qt::ToolTipRole) {
         if (status == QueuedFile::Status::failed)
             return QString::fromStdString(file->errorMessage.value_or("The clean failed."));
-        if (hasCleanedFile(*file)) return tr("Clean file: %1").arg(QString::fromStdString(*file->cleanedFilePath));
+        if (hasCleanedFile(*file))
+            return tr("Clean file: %1 (press Enter or double-click to show it)").arg(QString::fromStdString(*file->cleanedFilePath));
         return QString::fromStdString(file->originalSourcePath.value_or(file->fullFileName()));
     }
     switch (index.column()) {

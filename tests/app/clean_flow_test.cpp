@@ -252,16 +252,24 @@ TEST_F(CleanFlowTest, aCancelledRunStartsNothingAndSaysSo) {
     EXPECT_EQ(stored(ids[0])->status(), QueuedFile::Status::staged);
 }
 
-TEST_F(CleanFlowTest, removingFromTheQueueKeepsTheCleanCopyBesideTheOriginal) {
+// The test's folder lies inside the temporary directory, where the queue deletes its own
+// outputs: a clean file that is the user's must survive that rule.
+TEST_F(CleanFlowTest, removingFromTheQueueKeepsTheCleanFilesThatAreTheUsers) {
     start();
-    const auto original = userFile("photo.jpg", images::dirtyJPEG());
-    const auto ids = addAndInspect({original});
-    ASSERT_EQ(cleanAndWait(ids, CleanMode::copy).first, 1);
-    window().selectIds(ids);
+    const auto copied = userFile("photo.jpg", images::dirtyJPEG());
+    const auto replaced = userFile("other.jpg", images::dirtyJPEG());
+    const auto copyIds = addAndInspect({copied});
+    const auto placeIds = addAndInspect({replaced});
+    ASSERT_EQ(cleanAndWait(copyIds, CleanMode::copy).first, 1);
+    ASSERT_EQ(cleanAndWait(placeIds, CleanMode::inPlace).first, 1);
+    const auto cleanedInPlace = readFile(replaced);
+    window().selectIds(copyIds + placeIds);
     window().removeSelection();
     EXPECT_EQ(window().queueModel()->rowCount(), 0);
-    EXPECT_TRUE(stdfs::exists(original));
-    EXPECT_TRUE(stdfs::exists(original.parent_path() / "photo-clean.jpg"));
+    EXPECT_TRUE(stdfs::exists(copied));
+    EXPECT_TRUE(stdfs::exists(copied.parent_path() / "photo-clean.jpg"));
+    ASSERT_TRUE(stdfs::exists(replaced));
+    EXPECT_EQ(readFile(replaced), cleanedInPlace);
 }
 
 }  // namespace

@@ -7,8 +7,11 @@
 
 #include <future>
 
+#include <sdbus-c++/sdbus-c++.h>
+
 #include "../services/private_bus.h"
 #include "app_fixture.h"
+#include "data/queries.h"
 #include "data/store_defaults.h"
 #include "handoff/tavrin_url.h"
 #include "services/app_handoff.h"
@@ -85,6 +88,39 @@ TEST_F(URLHandoffTest, anEnqueueLinkWithAFolderAddsItsFiles) {
     writeFile(folder / "b.png", images::dirtyPNG());
     EXPECT_EQ(handOver(TavrinURL::enqueueURL({folder})), AppHandoffOutcome::handedOver);
     ASSERT_TRUE(spinUntil([&] { return window().queueModel()->rowCount() == 2; }));
+}
+
+TEST_F(URLHandoffTest, severalLinksArriveInOneCallInTheirOrder) {
+    start(options(bus_.address()));
+    const auto a = userFile("a.jpg", images::dirtyJPEG());
+    const auto b = userFile("b.png", images::dirtyPNG());
+    const std::vector<std::string> urls{TavrinURL::enqueueURL({a}), TavrinURL::openURL(b)};
+    auto sent = std::async(std::launch::async, [&] {
+        auto connection = sdbus::createSessionBusConnectionWithAddress(bus_.address());
+        auto proxy = sdbus::createProxy(*connection, AppBusName::service, AppBusName::objectPath);
+        proxy->callMethod("OpenURLs").onInterface(AppBusName::interface).withArguments(urls);
+    });
+    spinUntil([&] { return sent.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+    sent.get();
+    ASSERT_TRUE(spinUntil([&] { return window().queueModel()->rowCount() == 2; }));
+    ASSERT_TRUE(spinUntil([&] { return window().inspector()->headline()->text() == "b.png"; }));
+}
+
+TEST_F(URLHandoffTest, aChangeAnnouncedByAnotherProcessReachesTheWindow) {
+    start(options(bus_.address()));
+    addAndInspect({userFile("photo.jpg", images::dirtyJPEG())});
+    // Another process changes the store and says so.
+    auto other = ModelContainerFactory::atURL(dir_ / "Tavrin" / "Tavrin.store");
+    auto file = other->mainContext().fetch(QueueQueries::allFiles()).front();
+    file->setStatus(QueuedFile::Status::failed);
+    file->errorMessage = "Interrupted";
+    other->mainContext().save();
+    NotificationService announcer(controller_->loop(), bus_.address());
+    announcer.postQueueUpdated();
+    auto* model = window().queueModel();
+    EXPECT_TRUE(spinUntil([&] {
+        return model->data(model->index(0, QueueTableModel::statusColumn), Qt::DisplayRole).toString() == "Failed";
+    }));
 }
 
 TEST(AppWithoutBus, runsAloneWhenThereIsNoBus) {
