@@ -60,6 +60,11 @@ std::vector<std::string> AppController::urlsForArguments(const std::vector<std::
 }
 
 int AppController::openURL(const std::string& url) {
+    if (window_->isImporting()) {
+        // One intake at a time: the link waits for the files being added.
+        loop_.postDelayed(std::chrono::milliseconds(50), [this, url] { openURL(url); });
+        return 0;
+    }
     const int status = dispatchTavrinURL(url, *this);
     emit urlHandled(QString::fromStdString(url), status);
     return status;

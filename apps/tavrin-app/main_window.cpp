@@ -391,8 +391,10 @@ void MainWindow::refresh() {
 void MainWindow::updateActions() {
     const bool running = run_ != nullptr;
     cancelAction_->setEnabled(running && !run_->isCancelled());
-    cleanButton_->setEnabled(!running && model_->rowCount() > 0);
-    removeAction_->setEnabled(!running && !selectedIds().isEmpty());
+    cleanButton_->setEnabled(!running && !importing_ && model_->rowCount() > 0);
+    removeAction_->setEnabled(!running && !importing_ && !selectedIds().isEmpty());
+    addFilesAction_->setEnabled(!importing_);
+    addFolderAction_->setEnabled(!importing_);
     presetButton_->setEnabled(!selectedIds().isEmpty());
     progressLabel_->setText(tr("%n file(s) in the queue, %1 ready", "", static_cast<int>(app_.queue().totalFileCount()))
                                 .arg(app_.queue().pendingFileCount()));
@@ -447,7 +449,7 @@ void MainWindow::inspected(const QString& id, const std::optional<MetadataTree>&
             app_.context().rollback();
         }
         const int row = model_->rowOf(id);
-        if (row >= 0) emit model_->dataChanged(model_->index(row, 0), model_->index(row, QueueTableModel::columnCount_ - 1));
+        model_->refreshRow(row);
     }
     if (selectedIds() == QStringList{id}) showSelected();
 }
@@ -470,7 +472,7 @@ void MainWindow::changeSelection(const std::function<void(QueuedFile&, const Met
         showBanner(tr("The selection could not be saved: %1").arg(qs(e.what())), true);
     }
     const int row = model_->rowOf(ids.front());
-    if (row >= 0) emit model_->dataChanged(model_->index(row, 0), model_->index(row, QueueTableModel::columnCount_ - 1));
+    model_->refreshRow(row);
     showSelected();
     updateActions();
 }

@@ -78,6 +78,8 @@ public:
     InspectorPanel* inspector() const { return inspector_; }
     InspectionRunner* inspections() const { return inspections_; }
     CleanRun* currentRun() const { return run_; }
+    // Files are being added (the window keeps drawing, and waits with everything else).
+    bool isImporting() const { return importing_; }
     QProgressBar* progressBar() const { return progress_; }
     QToolButton* cleanButton() const { return cleanButton_; }
     QAction* settingsAction() const { return settingsAction_; }
@@ -130,6 +132,7 @@ private:
     QAction* historyAction_ = nullptr;
     QAction* tourAction_ = nullptr;
     CleanRun* run_ = nullptr;
+    bool importing_ = false;
     std::map<QString, QString> inspectionErrors_;
 };
 

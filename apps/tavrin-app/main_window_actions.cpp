@@ -1,6 +1,7 @@
 // The main window's flows: adding files, presets for the selection, removal, starting, following and
 // stopping a run, drops.
 #include <QDragEnterEvent>
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QMimeData>
 #include <QProgressBar>
@@ -10,6 +11,7 @@
 #include <QUrl>
 
 #include <set>
+#include <thread>
 
 #include "app_context.h"
 #include "inspection_runner.h"
@@ -44,50 +46,71 @@ QString listed(const QStringList& lines) {
 
 QStringList MainWindow::importPaths(const std::vector<stdfs::path>& paths, bool applyDefaultPreset) {
     if (paths.empty()) return {};
-    const FolderExpansionService expander;
-    const auto expansion = expander.expand(paths);
-    QueuedFiles added;
-    QString failure;
-    try {
-        added = app_.import().importFiles(expansion.fileURLs, applyDefaultPreset);
-    } catch (const std::exception& e) {
-        failure = qs(e.what());
+    if (importing_) {
+        showBanner(tr("Still adding the files dropped before; add these again when it is done."), true);
+        return {};
     }
-    std::set<std::string> addedSources;
-    for (const auto& file : added)
-        if (file->originalSourcePath) addedSources.insert(stdfs::path(*file->originalSourcePath).lexically_normal().string());
-    std::set<std::string> given;
-    for (const auto& p : paths) given.insert(p.lexically_normal().string());
-
-    // Files given one by one that did not get in are named, with the reason; those found in
-    // folders are counted by the folder summary.
-    QStringList notAdded;
-    for (const auto& file : expansion.fileURLs) {
-        const auto key = file.lexically_normal().string();
-        if (addedSources.count(key) || !given.count(key)) continue;
-        QString reason;
+    // Staging copies thousands of files: that happens on a worker with a store context of its
+    // own, while this loop keeps the window drawn. The actions that change the queue wait.
+    importing_ = true;
+    updateActions();
+    struct Outcome {
+        FolderExpansionSummary expansion;
+        std::vector<std::pair<QString, stdfs::path>> added;  // id, staged copy
+        std::set<std::string> addedSources;
+        QString failure;
+        QStringList notAdded;
+    } outcome;
+    auto session = app_.makeSession();
+    QEventLoop waiting;
+    std::jthread worker([&] {
+        outcome.expansion = FolderExpansionService().expand(paths);
         try {
-            app_.engine().checkSource(file);
-            reason = failure.isEmpty() ? tr("it could not be added to the queue") : failure;
-        } catch (...) {
-            reason = qs(describeError(std::current_exception()));
+            for (const auto& file : session.import->importFiles(outcome.expansion.fileURLs, applyDefaultPreset)) {
+                outcome.added.emplace_back(qs(file->id.uuidString()), file->originalFileURL());
+                if (file->originalSourcePath)
+                    outcome.addedSources.insert(stdfs::path(*file->originalSourcePath).lexically_normal().string());
+            }
+        } catch (const std::exception& e) {
+            outcome.failure = qs(e.what());
         }
-        notAdded << tr("Not added: %1 — %2").arg(nameOf(file), reason);
-    }
+        // Files given one by one that did not get in are named, with the reason; those found in
+        // folders are counted by the folder summary.
+        std::set<std::string> given;
+        for (const auto& p : paths) given.insert(p.lexically_normal().string());
+        for (const auto& file : outcome.expansion.fileURLs) {
+            const auto key = file.lexically_normal().string();
+            if (outcome.addedSources.count(key) || !given.count(key)) continue;
+            QString reason;
+            try {
+                app_.engine().checkSource(file);
+                reason = outcome.failure.isEmpty() ? tr("it could not be added to the queue") : outcome.failure;
+            } catch (...) {
+                reason = qs(describeError(std::current_exception()));
+            }
+            outcome.notAdded << tr("Not added: %1 — %2").arg(nameOf(file), reason);
+        }
+        QMetaObject::invokeMethod(&waiting, [&waiting] { waiting.quit(); }, Qt::QueuedConnection);
+    });
+    waiting.exec(QEventLoop::ExcludeUserInputEvents);
+    worker.join();
+    importing_ = false;
+
+    const auto count = static_cast<std::int64_t>(outcome.added.size());
     QStringList lines;
-    if (auto summary = FolderIntakeSummary::message(expansion, static_cast<std::int64_t>(added.size())))
+    if (auto summary = FolderIntakeSummary::message(outcome.expansion, count))
         lines << qs(*summary);
-    else if (!added.empty())
-        lines << tr("Added %n file(s) to the queue.", "", static_cast<int>(added.size()));
-    else if (expansion.fileURLs.empty())
+    else if (count > 0)
+        lines << tr("Added %n file(s) to the queue.", "", static_cast<int>(count));
+    else if (outcome.expansion.fileURLs.empty())
         lines << tr("Nothing to add: no files were given.");
-    lines += notAdded;
-    if (!lines.isEmpty()) showBanner(listed(lines), !notAdded.isEmpty() || added.empty());
+    lines += outcome.notAdded;
+    if (!lines.isEmpty()) showBanner(listed(lines), !outcome.notAdded.isEmpty() || count == 0);
 
     QStringList ids;
-    for (const auto& file : added) {
-        ids << qs(file->id.uuidString());
-        inspections_->inspect(ids.back(), file->originalFileURL());
+    for (const auto& [id, staged] : outcome.added) {
+        ids << id;
+        inspections_->inspect(id, staged);
     }
     reload();
     if (!ids.isEmpty()) selectIds(ids.mid(0, 1));
@@ -102,6 +125,10 @@ bool MainWindow::cleanSelection(CleanMode mode) {
 }
 
 bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
+    if (importing_) {
+        showBanner(tr("Files are still being added; clean when they are in the queue."), true);
+        return false;
+    }
     if (run_) {
         showBanner(tr("A clean is under way. Wait for it to finish or stop it first."), true);
         return false;
@@ -212,7 +239,7 @@ void MainWindow::applyPresetToSelection(const Uuid& presetId) {
 }
 
 void MainWindow::removeSelection() {
-    if (run_) return;
+    if (run_ || importing_) return;
     QueuedFiles files;
     std::vector<Uuid> gone;
     for (const auto& id : selectedIds())

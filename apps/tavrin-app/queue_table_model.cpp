@@ -32,6 +32,36 @@ std::optional<std::int64_t> QueueTableModel::itemsToRemove(const QueuedFile& fil
     return count;
 }
 
+QueueTableModel::Row QueueTableModel::makeRow(std::shared_ptr<QueuedFile> file) const {
+    Row row;
+    row.id = QString::fromStdString(file->id.uuidString());
+    row.name = QString::fromStdString(file->fullFileName());
+    if (file->presetId) {
+        auto it = presetNames_.find(file->presetId->uuidString());
+        if (it != presetNames_.end()) row.preset = QString::fromStdString(it->second);
+    } else if (!file->categoriesToRemoveRaw.empty() || !file->specificKeysToRemove.empty()) {
+        row.preset = tr("Custom");
+    }
+    row.toRemove = itemsToRemove(*file);
+    row.size = QString::fromStdString(DataSize{file->fileSizeBytes}.formatted());
+    if (auto saved = file->bytesSaved()) row.saved = QString::fromStdString(DataSize{*saved}.formatted());
+    row.cleaned = hasCleanedFile(*file);
+    row.file = std::move(file);
+    return row;
+}
+
+const QIcon& QueueTableModel::typeIcon(FileType type) const {
+    auto it = typeIcons_.find(type);
+    if (it == typeIcons_.end()) it = typeIcons_.emplace(type, icons::fileType(type)).first;
+    return it->second;
+}
+
+const QIcon& QueueTableModel::statusIcon(QueuedFile::Status status) const {
+    auto it = statusIcons_.find(status);
+    if (it == statusIcons_.end()) it = statusIcons_.emplace(status, icons::status(status)).first;
+    return it->second;
+}
+
 void QueueTableModel::reload() {
     std::vector<std::shared_ptr<QueuedFile>> fresh;
     try {
@@ -43,25 +73,34 @@ void QueueTableModel::reload() {
         return;
     }
     beginResetModel();
-    files_ = std::move(fresh);
+    rows_.clear();
+    rowById_.clear();
+    rows_.reserve(fresh.size());
+    for (auto& file : fresh) {
+        rowById_.insert(QString::fromStdString(file->id.uuidString()), static_cast<int>(rows_.size()));
+        rows_.push_back(makeRow(std::move(file)));
+    }
     endResetModel();
 }
 
+void QueueTableModel::refreshRow(int row) {
+    if (row < 0 || row >= static_cast<int>(rows_.size())) return;
+    auto& slot = rows_[static_cast<std::size_t>(row)];
+    slot = makeRow(slot.file);
+    emit dataChanged(index(row, 0), index(row, columnCount_ - 1));
+}
+
 int QueueTableModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : static_cast<int>(files_.size());
+    return parent.isValid() ? 0 : static_cast<int>(rows_.size());
 }
 int QueueTableModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : columnCount_; }
 
 std::shared_ptr<QueuedFile> QueueTableModel::fileAt(int row) const {
-    if (row < 0 || row >= static_cast<int>(files_.size())) return nullptr;
-    return files_[static_cast<std::size_t>(row)];
+    if (row < 0 || row >= static_cast<int>(rows_.size())) return nullptr;
+    return rows_[static_cast<std::size_t>(row)].file;
 }
 
-int QueueTableModel::rowOf(const QString& id) const {
-    for (std::size_t i = 0; i < files_.size(); ++i)
-        if (QString::fromStdString(files_[i]->id.uuidString()) == id) return static_cast<int>(i);
-    return -1;
-}
+int QueueTableModel::rowOf(const QString& id) const { return rowById_.value(id, -1); }
 
 void QueueTableModel::setWorking(const QStringList& ids, bool working) {
     for (const auto& id : ids) {
@@ -73,60 +112,50 @@ void QueueTableModel::setWorking(const QStringList& ids, bool working) {
 }
 
 QVariant QueueTableModel::data(const QModelIndex& index, int role) const {
-    const auto file = fileAt(index.row());
-    if (!file || !index.isValid()) return {};
-    const QString id = QString::fromStdString(file->id.uuidString());
-    const auto status = working_.contains(id) ? QueuedFile::Status::processing : file->status();
-    if (role == idRole) return id;
-    if (role == cleanedPathRole)
-        return hasCleanedFile(*file) ? QString::fromStdString(*file->cleanedFilePath) : QString();
+    if (!index.isValid() || index.row() < 0 || index.row() >= static_cast<int>(rows_.size())) return {};
+    const Row& row = rows_[static_cast<std::size_t>(index.row())];
+    const QueuedFile& file = *row.file;
+    const auto status = working_.contains(row.id) ? QueuedFile::Status::processing : file.status();
+    if (role == idRole) return row.id;
+    if (role == cleanedPathRole) return row.cleaned ? QString::fromStdString(*file.cleanedFilePath) : QString();
     if (role == Qt::ToolTipRole) {
         if (status == QueuedFile::Status::failed)
-            return QString::fromStdString(file->errorMessage.value_or("The clean failed."));
-        if (hasCleanedFile(*file))
-            return tr("Clean file: %1 (press Enter or double-click to show it)").arg(QString::fromStdString(*file->cleanedFilePath));
-        return QString::fromStdString(file->originalSourcePath.value_or(file->fullFileName()));
+            return QString::fromStdString(file.errorMessage.value_or("The clean failed."));
+        if (row.cleaned)
+            return tr("Clean file: %1 (press Enter or double-click to show it)").arg(QString::fromStdString(*file.cleanedFilePath));
+        return QString::fromStdString(file.originalSourcePath.value_or(file.fullFileName()));
     }
+    const bool shown = role == Qt::DisplayRole || role == Qt::AccessibleTextRole;
     switch (index.column()) {
         case nameColumn:
-            if (role == Qt::DisplayRole || role == sortRole || role == Qt::AccessibleTextRole)
-                return QString::fromStdString(file->fullFileName());
-            if (role == Qt::DecorationRole) return icons::fileType(file->fileType());
+            if (shown || role == sortRole) return row.name;
+            if (role == Qt::DecorationRole) return typeIcon(file.fileType());
             break;
         case statusColumn:
-            if (role == Qt::DisplayRole || role == Qt::AccessibleTextRole) return text(displayName(status));
+            if (shown) return text(displayName(status));
             if (role == sortRole) return static_cast<int>(status);
-            if (role == Qt::DecorationRole) return icons::status(status);
+            if (role == Qt::DecorationRole) return statusIcon(status);
             break;
-        case presetColumn: {
-            QString name;
-            if (file->presetId) {
-                auto it = presetNames_.find(file->presetId->uuidString());
-                if (it != presetNames_.end()) name = QString::fromStdString(it->second);
-            } else if (!file->categoriesToRemoveRaw.empty() || !file->specificKeysToRemove.empty()) {
-                name = tr("Custom");
-            }
-            if (role == Qt::DisplayRole || role == sortRole || role == Qt::AccessibleTextRole)
-                return name.isEmpty() && role == Qt::DisplayRole ? QStringLiteral("—") : name;
+        case presetColumn:
+            if (role == Qt::DisplayRole) return row.preset.isEmpty() ? QStringLiteral("—") : row.preset;
+            if (role == sortRole || role == Qt::AccessibleTextRole) return row.preset;
             break;
-        }
-        case removeColumn: {
-            const auto count = itemsToRemove(*file);
-            if (role == Qt::DisplayRole) return count ? QString::number(*count) : QStringLiteral("—");
-            if (role == sortRole) return count ? static_cast<qlonglong>(*count) : -1LL;
+        case removeColumn:
+            if (shown) return row.toRemove ? QString::number(*row.toRemove) : QStringLiteral("—");
+            if (role == sortRole) return row.toRemove ? static_cast<qlonglong>(*row.toRemove) : -1LL;
             if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
             break;
-        }
         case sizeColumn:
-            if (role == Qt::DisplayRole) return QString::fromStdString(DataSize{file->fileSizeBytes}.formatted());
-            if (role == sortRole) return static_cast<qlonglong>(file->fileSizeBytes);
+            if (shown) return row.size;
+            if (role == sortRole) return static_cast<qlonglong>(file.fileSizeBytes);
             if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
             break;
         case savedColumn: {
-            const auto saved = file->bytesSaved();
-            if (role == Qt::DisplayRole)
-                return saved ? QString::fromStdString(DataSize{*saved}.formatted()) : QStringLiteral("—");
-            if (role == sortRole) return saved ? static_cast<qlonglong>(*saved) : std::numeric_limits<qlonglong>::min();
+            if (shown) return row.saved.isEmpty() ? QStringLiteral("—") : row.saved;
+            if (role == sortRole) {
+                const auto saved = file.bytesSaved();
+                return saved ? static_cast<qlonglong>(*saved) : std::numeric_limits<qlonglong>::min();
+            }
             if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
             break;
         }
@@ -150,7 +179,8 @@ QVariant QueueTableModel::headerData(int section, Qt::Orientation orientation, i
 
 Qt::ItemFlags QueueTableModel::flags(const QModelIndex& index) const {
     auto flags = QAbstractTableModel::flags(index);
-    if (auto file = fileAt(index.row()); file && hasCleanedFile(*file)) flags |= Qt::ItemIsDragEnabled;
+    if (index.isValid() && index.row() < static_cast<int>(rows_.size()) && rows_[static_cast<std::size_t>(index.row())].cleaned)
+        flags |= Qt::ItemIsDragEnabled;
     return flags;
 }
 

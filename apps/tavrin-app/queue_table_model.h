@@ -5,6 +5,8 @@
 // as text/uri-list of the cleaned files.
 
 #include <QAbstractTableModel>
+#include <QHash>
+#include <QIcon>
 #include <QSet>
 
 #include <map>
@@ -49,11 +51,32 @@ public:
     // The number of removable items the file's configuration would remove, when it was inspected.
     static std::optional<std::int64_t> itemsToRemove(const QueuedFile& file);
 
+    // Recomputes the shown values of one row from its record (after an inspection or a tick).
+    void refreshRow(int row);
+
 private:
+    // What a row shows, computed once per reload so that painting and sorting never decode.
+    struct Row {
+        std::shared_ptr<QueuedFile> file;
+        QString id;
+        QString name;
+        QString preset;
+        std::optional<std::int64_t> toRemove;
+        QString size;
+        QString saved;
+        bool cleaned = false;
+    };
+    Row makeRow(std::shared_ptr<QueuedFile> file) const;
+    const QIcon& typeIcon(FileType type) const;
+    const QIcon& statusIcon(QueuedFile::Status status) const;
+
     AppContext& app_;
-    std::vector<std::shared_ptr<QueuedFile>> files_;
+    std::vector<Row> rows_;
+    QHash<QString, int> rowById_;
     std::map<std::string, std::string> presetNames_;  // preset id text → name
     QSet<QString> working_;
+    mutable std::map<FileType, QIcon> typeIcons_;
+    mutable std::map<QueuedFile::Status, QIcon> statusIcons_;
 };
 
 }  // namespace tavrin
