@@ -96,9 +96,15 @@ QueueSessionServices AppContext::makeServices(std::unique_ptr<ModelContext> cont
 QueueSessionServices AppContext::makeSession() { return makeServices(container_->makeContext()); }
 
 void AppContext::reload() {
-    auto fresh = makeServices(container_->makeContext());
-    fresh.queue->refreshCounts();
-    view_ = std::move(fresh);
+    // What the view changed and has not saved yet (inspections are saved in batches) goes first.
+    if (view_.context && view_.context->hasChanges()) {
+        try {
+            view_.context->save();
+        } catch (...) {
+        }
+    }
+    // The window counts its own rows; the services' counts are refreshed by their own changes.
+    view_ = makeServices(container_->makeContext());
     for (const auto& listener : reloadListeners_) listener();
 }
 
@@ -113,6 +119,15 @@ void AppContext::saveSettings(const std::shared_ptr<AppSettings>& settings) {
 }
 
 std::vector<std::shared_ptr<QueuedFile>> AppContext::files() { return context().fetch(QueueQueries::allFiles()); }
+
+std::vector<std::shared_ptr<QueuedFile>> AppContext::files(const std::vector<std::string>& ids) {
+    std::map<std::string, std::shared_ptr<QueuedFile>> byId;
+    for (auto& f : files()) byId.emplace(f->id.uuidString(), std::move(f));
+    std::vector<std::shared_ptr<QueuedFile>> out;
+    for (const auto& id : ids)
+        if (auto it = byId.find(id); it != byId.end()) out.push_back(it->second);
+    return out;
+}
 
 std::shared_ptr<QueuedFile> AppContext::file(const Uuid& id) {
     auto found = context().fetch(FetchDescriptor<QueuedFile>(Predicate::equal("id", storeValue::uuid(id))));

@@ -94,6 +94,9 @@ public:
     void saveSettings(const std::shared_ptr<AppSettings>& settings);
     std::vector<std::shared_ptr<QueuedFile>> files();
     std::shared_ptr<QueuedFile> file(const Uuid& id);
+    // The files with these ids (canonical text), in the given order, from one fetch: a context
+    // fetch costs time in proportion to the records it holds, so a selection is read at once.
+    std::vector<std::shared_ptr<QueuedFile>> files(const std::vector<std::string>& ids);
     std::vector<std::shared_ptr<MetadataPreset>> allPresets();
 
     // What the last clean of a file found, kept for this session: the store holds only counts.

@@ -172,14 +172,18 @@ int benchRun(int count) {
     window.queueView()->clearSelection();
     QElapsedTimer run;
     run.start();
-    ticker.start();
+    // Starting the run (giving every file its preset) is measured on its own.
     if (!window.cleanSelection(CleanMode::copy)) {
         std::fprintf(stderr, "tavrin-app: the run did not start: %s\n", window.bannerText().toUtf8().constData());
         return 1;
     }
+    const double startMs = ms(run);
+    last = clock.nsecsElapsed();
+    ticker.start();
     spinUntil([&] { return finished; }, 3600000);
     ticker.stop();
-    std::printf("run_%d_files_ms: %.1f\nrun_longest_loop_stall_ms: %.1f\n", count, ms(run), std::max(0.0, worst));
+    std::printf("run_%d_files_ms: %.1f\nrun_start_ms: %.1f\nrun_longest_loop_stall_ms: %.1f\n", count, ms(run), startMs,
+                std::max(0.0, worst));
     return 0;
 }
 

@@ -19,6 +19,7 @@
 #include <QStatusBar>
 #include <QStyle>
 #include <QTableView>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QToolBar>
 #include <QToolButton>
@@ -83,6 +84,17 @@ MainWindow::MainWindow(AppContext& app, QWidget* parent) : QMainWindow(parent), 
     proxy_->setSortRole(QueueTableModel::sortRole);
     proxy_->setSortCaseSensitivity(Qt::CaseInsensitive);
     inspections_ = new InspectionRunner(app_.engine(), this);
+    snapshotSave_ = new QTimer(this);
+    snapshotSave_->setSingleShot(true);
+    snapshotSave_->setInterval(250);
+    connect(snapshotSave_, &QTimer::timeout, this, [this] {
+        try {
+            if (app_.context().hasChanges()) app_.context().save();
+        } catch (...) {
+            // The summary is a cache: it is made again at the next inspection.
+            app_.context().rollback();
+        }
+    });
     connect(inspections_, &InspectionRunner::inspected, this, &MainWindow::inspected);
     buildActions();
     buildLayout();
@@ -396,8 +408,7 @@ void MainWindow::updateActions() {
     addFilesAction_->setEnabled(!importing_);
     addFolderAction_->setEnabled(!importing_);
     presetButton_->setEnabled(!selectedIds().isEmpty());
-    progressLabel_->setText(tr("%n file(s) in the queue, %1 ready", "", static_cast<int>(app_.queue().totalFileCount()))
-                                .arg(app_.queue().pendingFileCount()));
+    progressLabel_->setText(tr("%n file(s) in the queue, %1 ready", "", model_->rowCount()).arg(model_->pendingCount()));
 }
 
 void MainWindow::selectionChanged() {
@@ -440,15 +451,13 @@ void MainWindow::inspected(const QString& id, const std::optional<MetadataTree>&
     } else {
         inspectionErrors_.erase(id);
         app_.rememberTree(*uuid, *tree);
-        try {
-            if (auto file = app_.file(*uuid); file && !file->metadataSnapshotData) {
-                file->setMetadataSummary(MetadataSummary::from(*tree));
-                app_.context().save();
-            }
-        } catch (...) {
-            app_.context().rollback();
-        }
+        // The row's record belongs to the view's context; saves are gathered, since each costs
+        // time in proportion to the records the context holds.
         const int row = model_->rowOf(id);
+        if (auto file = model_->fileAt(row); file && !file->metadataSnapshotData) {
+            file->setMetadataSummary(MetadataSummary::from(*tree));
+            if (!snapshotSave_->isActive()) snapshotSave_->start();
+        }
         model_->refreshRow(row);
     }
     if (selectedIds() == QStringList{id}) showSelected();

@@ -21,6 +21,7 @@ class QMenu;
 class QProgressBar;
 class QSortFilterProxyModel;
 class QTableView;
+class QTimer;
 class QToolButton;
 
 namespace tavrin {
@@ -133,6 +134,7 @@ private:
     QAction* tourAction_ = nullptr;
     CleanRun* run_ = nullptr;
     bool importing_ = false;
+    QTimer* snapshotSave_ = nullptr;
     std::map<QString, QString> inspectionErrors_;
 };
 

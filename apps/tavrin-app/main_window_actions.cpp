@@ -30,6 +30,12 @@ namespace {
 QString qs(const std::string& s) { return QString::fromStdString(s); }
 QString nameOf(const stdfs::path& p) { return qs(p.filename().string()); }
 
+std::vector<std::string> idTexts(const QStringList& ids) {
+    std::vector<std::string> out;
+    for (const auto& id : ids) out.push_back(id.toStdString());
+    return out;
+}
+
 bool isEditable(const QueuedFile& file) {
     const auto s = file.status();
     return s == QueuedFile::Status::staged || s == QueuedFile::Status::configured;
@@ -145,10 +151,7 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
     std::vector<Uuid> runIds;
     QueuedFiles needPreset;
     int skipped = 0;
-    for (const auto& id : ids) {
-        const auto uuid = uuidFromString(id.toStdString());
-        auto file = uuid ? app_.file(*uuid) : nullptr;
-        if (!file) continue;
+    for (const auto& file : app_.files(idTexts(ids))) {
         const auto status = file->status();
         const bool runnable = status == QueuedFile::Status::staged || status == QueuedFile::Status::configured ||
                               status == QueuedFile::Status::failed;
@@ -184,14 +187,30 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
     options.suffix = CleanCopySuffix::resolved(settings->cleanCopySuffixTokenRaw, settings->cleanCopyCustomSuffix);
     options.stripEditHistoryInPlace = settings->stripEditHistoryInPlace;
     run_ = new CleanRun(app_, runIds, options, this);
+    // Finished rows are read again in batches, and only they: the view's context keeps its
+    // records until the run ends and the whole queue is read again.
     auto* coalesce = new QTimer(run_);
     coalesce->setSingleShot(true);
     coalesce->setInterval(200);
-    connect(coalesce, &QTimer::timeout, this, [this] { reload(); });
+    auto finishedIds = std::make_shared<QStringList>();
+    connect(coalesce, &QTimer::timeout, this, [this, finishedIds] {
+        try {
+            auto context = app_.container().makeContext();
+            std::vector<StoreValue> ids;
+            for (const auto& id : *finishedIds)
+                if (auto uuid = uuidFromString(id.toStdString())) ids.push_back(storeValue::uuid(*uuid));
+            model_->updateFiles(context->fetch(FetchDescriptor<QueuedFile>(Predicate::in("id", std::move(ids)))));
+        } catch (...) {
+            // Shown at the end of the run, when the queue is read again.
+        }
+        finishedIds->clear();
+        showSelected();
+    });
     connect(run_, &CleanRun::filesStarted, this, [this](const QStringList& started) { model_->setWorking(started, true); });
     connect(run_, &CleanRun::fileFinished, this,
-            [this, coalesce](const QString& id, bool, const QString&, int finished, int total) {
+            [this, coalesce, finishedIds](const QString& id, bool, const QString&, int finished, int total) {
                 model_->setWorking({id}, false);
+                finishedIds->append(id);
                 progress_->setRange(0, total);
                 progress_->setValue(finished);
                 progress_->setFormat(tr("%1 of %2").arg(finished).arg(total));
@@ -222,13 +241,9 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
 void MainWindow::applyPresetToSelection(const Uuid& presetId) {
     auto preset = app_.presets().fetchPreset(presetId);
     if (!preset) return;
-    QueuedFiles files;
-    for (const auto& id : selectedIds())
-        if (auto uuid = uuidFromString(id.toStdString()))
-            if (auto file = app_.file(*uuid)) {
-                if (isEditable(*file)) file->userDidConfigureEmptySelection = false;
-                files.push_back(file);
-            }
+    const auto files = app_.files(idTexts(selectedIds()));
+    for (const auto& file : files)
+        if (isEditable(*file)) file->userDidConfigureEmptySelection = false;
     try {
         app_.queue().setPreset(preset, files);
     } catch (const std::exception& e) {
@@ -242,17 +257,16 @@ void MainWindow::removeSelection() {
     if (run_ || importing_) return;
     QueuedFiles files;
     std::vector<Uuid> gone;
-    for (const auto& id : selectedIds())
-        if (auto uuid = uuidFromString(id.toStdString()))
-            if (auto file = app_.file(*uuid); file && file->status() != QueuedFile::Status::processing) {
-                // A clean file put beside the original, or in its place, is the user's now: the
-                // queue forgets it rather than deleting it with the queue's own artefacts.
-                const auto behavior = file->cleanedOutputBehaviorRaw.value_or("");
-                if (behavior == rawValue(OutputBehavior::alongside) || behavior == rawValue(OutputBehavior::replace))
-                    file->cleanedFilePath.reset();
-                files.push_back(file);
-                gone.push_back(*uuid);
-            }
+    for (const auto& file : app_.files(idTexts(selectedIds()))) {
+        if (file->status() == QueuedFile::Status::processing) continue;
+        // A clean file put beside the original, or in its place, is the user's now: the queue
+        // forgets it rather than deleting it with the queue's own artefacts.
+        const auto behavior = file->cleanedOutputBehaviorRaw.value_or("");
+        if (behavior == rawValue(OutputBehavior::alongside) || behavior == rawValue(OutputBehavior::replace))
+            file->cleanedFilePath.reset();
+        files.push_back(file);
+        gone.push_back(file->id);
+    }
     if (files.empty()) return;
     try {
         app_.queue().removeFiles(files);

@@ -90,6 +90,22 @@ void QueueTableModel::refreshRow(int row) {
     emit dataChanged(index(row, 0), index(row, columnCount_ - 1));
 }
 
+void QueueTableModel::updateFiles(const std::vector<std::shared_ptr<QueuedFile>>& files) {
+    for (const auto& file : files) {
+        const int row = rowOf(QString::fromStdString(file->id.uuidString()));
+        if (row < 0) continue;
+        rows_[static_cast<std::size_t>(row)] = makeRow(file);
+        emit dataChanged(index(row, 0), index(row, columnCount_ - 1));
+    }
+}
+
+int QueueTableModel::pendingCount() const {
+    return static_cast<int>(std::count_if(rows_.begin(), rows_.end(), [](const Row& r) {
+        const auto s = r.file->status();
+        return s == QueuedFile::Status::staged || s == QueuedFile::Status::configured;
+    }));
+}
+
 int QueueTableModel::rowCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(rows_.size());
 }

@@ -53,6 +53,10 @@ public:
 
     // Recomputes the shown values of one row from its record (after an inspection or a tick).
     void refreshRow(int row);
+    // Shows these records (read afresh) in place of the rows with their ids.
+    void updateFiles(const std::vector<std::shared_ptr<QueuedFile>>& files);
+    // Files in the queue, and those staged or ready.
+    int pendingCount() const;
 
 private:
     // What a row shows, computed once per reload so that painting and sorting never decode.
