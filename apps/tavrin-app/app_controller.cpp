@@ -144,13 +144,10 @@ int AppController::clean(const CleanRequest& request, const std::vector<Rejected
         if (!rejected.empty()) window_->showBanner(rejectedLines(rejected), true);
         return 1;
     }
-    QueuedFiles files;
-    for (const auto& id : ids)
-        if (auto uuid = uuidFromString(id.toStdString()))
-            if (auto file = app_->file(*uuid)) {
-                file->immediateCleanProfileName = preset ? preset->name : std::string("Custom");
-                files.push_back(file);
-            }
+    std::vector<std::string> idTexts;
+    for (const auto& id : ids) idTexts.push_back(id.toStdString());
+    const auto files = app_->files(idTexts);
+    for (const auto& file : files) file->immediateCleanProfileName = preset ? preset->name : std::string("Custom");
     try {
         if (preset) app_->queue().setPreset(preset, files);
     } catch (const std::exception& e) {

@@ -106,6 +106,8 @@ int runApp(int argc, char** argv) {
         return 1;
     }
     if (args.benchStartup) return benchStartup(controller, started);
+    // The other windows (settings, history, the welcome tour) and the tray attach here, through
+    // the window's hooks: controller.window().showSettings, showHistory, showWelcomeTour.
     controller.raiseWindow();
     if (!args.files.empty())
         for (const auto& url : urls) controller.openURL(url);

@@ -4,6 +4,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <map>
 #include <system_error>
 
 #include "data/queries.h"
@@ -109,12 +110,16 @@ void CleanRun::cancel() { stop_ = true; }
 void CleanRun::work() {
     auto& context = *session_.context;
     QueuedFiles files;
-    for (const auto& id : ids_) {
-        try {
-            auto found = context.fetch(FetchDescriptor<QueuedFile>(Predicate::equal("id", storeValue::uuid(id))));
-            if (!found.empty()) files.push_back(found.front());
-        } catch (...) {
-        }
+    try {
+        std::vector<StoreValue> wanted;
+        for (const auto& id : ids_) wanted.push_back(storeValue::uuid(id));
+        std::map<std::string, std::shared_ptr<QueuedFile>> byId;
+        for (auto& f : context.fetch(FetchDescriptor<QueuedFile>(Predicate::in("id", std::move(wanted)))))
+            byId.emplace(f->id.uuidString(), std::move(f));
+        for (const auto& id : ids_)
+            if (auto it = byId.find(id.uuidString()); it != byId.end()) files.push_back(it->second);
+    } catch (...) {
+        // Nothing could be read: the run ends at once, with nothing claimed.
     }
     // A run goes in slices as wide as the pool, so that a cancellation stops new starts.
     const std::size_t width = static_cast<std::size_t>(std::max(1, app_.processing().concurrencyLimit()));
