@@ -7,6 +7,7 @@
 #include <map>
 #include <system_error>
 
+#include "data/processing_history.h"
 #include "data/queries.h"
 #include "handoff/welcome_tour_model.h"
 #include "model/file_access_error.h"
@@ -229,6 +230,16 @@ void CleanRun::publish(QueueService& queue, const QueueFileOutcome& outcome, Out
         out.result.reset();
     }
     dropRunOutput(output);
+    // The history points where the clean file now is (or at nothing, when it was not kept).
+    try {
+        for (auto& entry : queue.modelContext().fetch(FetchDescriptor<ProcessingHistory>(
+                 Predicate::equal("cleanedFilePath", storeValue::text(output.string()))))) {
+            entry->cleanedFilePath = out.published ? std::optional<std::string>(out.published->string()) : std::nullopt;
+            entry->outputRetained = out.published.has_value() && options_.mode != CleanMode::share;
+        }
+    } catch (...) {
+        // The history is a record of what happened; the outcome itself stands without it.
+    }
     try {
         queue.modelContext().save();
     } catch (...) {

@@ -34,8 +34,11 @@ protected:
     // Starts the app (once per test unless a test makes more controllers itself).
     AppController& start(AppContext::Options o);
     AppController& start() { return start(options()); }
+public:
     MainWindow& window() { return controller_->window(); }
     AppContext& app() { return controller_->app(); }
+
+protected:
 
     // A file of the user's, written into this test's folder.
     std::filesystem::path userFile(const std::string& name, const std::vector<std::uint8_t>& bytes);

@@ -7,6 +7,7 @@
 #include <QTreeWidget>
 
 #include "app_fixture.h"
+#include "data/processing_history.h"
 #include "data/queries.h"
 #include "intake/folder_expansion_service.h"
 #include "intake/folder_intake_summary.h"
@@ -96,11 +97,15 @@ INSTANTIATE_TEST_SUITE_P(
     EachMode, CleanModeTest,
     ::testing::Values(
         ModeCase{"copy", CleanMode::copy,
-                 [](const stdfs::path& original, const std::string& bytes, const QueuedFile& record, AppFixture&) {
+                 [](const stdfs::path& original, const std::string& bytes, const QueuedFile& record, AppFixture& t) {
                      EXPECT_EQ(readFile(original), bytes) << "the original is untouched";
                      EXPECT_EQ(stdfs::path(*record.cleanedFilePath), original.parent_path() / "photo-clean.jpg");
                      EXPECT_EQ(record.status(), QueuedFile::Status::completed);
                      EXPECT_EQ(record.cleanedOutputBehaviorRaw, "alongside");
+                     auto history = t.app().container().makeContext()->fetch(FetchDescriptor<ProcessingHistory>());
+                     ASSERT_EQ(history.size(), 1u);
+                     EXPECT_EQ(history[0]->cleanedFilePath, record.cleanedFilePath) << "the history leads to the copy";
+                     EXPECT_TRUE(history[0]->outputRetained);
                  }},
         ModeCase{"share", CleanMode::share,
                  [](const stdfs::path& original, const std::string& bytes, const QueuedFile& record, AppFixture& t) {
