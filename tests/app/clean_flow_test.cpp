@@ -3,6 +3,9 @@
 // with nothing left at the user's path.
 
 #include <QLabel>
+#include <QListWidget>
+#include <QMimeData>
+#include <QUrl>
 #include <QSignalSpy>
 #include <QTreeWidget>
 
@@ -10,6 +13,7 @@
 #include "data/processing_history.h"
 #include "data/queries.h"
 #include "intake/folder_expansion_service.h"
+#include "share_sheet.h"
 #include "intake/folder_intake_summary.h"
 
 namespace tavrin::testing {
@@ -275,6 +279,26 @@ TEST_F(CleanFlowTest, removingFromTheQueueKeepsTheCleanFilesThatAreTheUsers) {
     EXPECT_TRUE(stdfs::exists(copied.parent_path() / "photo-clean.jpg"));
     ASSERT_TRUE(stdfs::exists(replaced));
     EXPECT_EQ(readFile(replaced), cleanedInPlace);
+}
+
+TEST_F(CleanFlowTest, theShareSheetOffersTheCleanCopiesToDragOut) {
+    start();
+    std::vector<stdfs::path> shared;
+    window().presentShare = [&](const std::vector<stdfs::path>& files) { shared = files; };
+    const auto ids = addAndInspect({userFile("a.jpg", images::dirtyJPEG()), userFile("b.png", images::dirtyPNG())});
+    ASSERT_EQ(cleanAndWait(ids, CleanMode::share).first, 2);
+    ASSERT_EQ(shared.size(), 2u) << "the sheet comes with every copy of the run";
+    ShareSheet sheet(app(), shared, &window());
+    auto* list = sheet.list();
+    ASSERT_EQ(list->count(), 2);
+    QModelIndexList rows{list->model()->index(0, 0), list->model()->index(1, 0)};
+    std::unique_ptr<QMimeData> mime(list->model()->mimeData(rows));
+    ASSERT_TRUE(mime);
+    ASSERT_EQ(mime->urls().size(), 2);
+    for (const auto& url : mime->urls()) {
+        EXPECT_TRUE(stdfs::exists(url.toLocalFile().toStdString()));
+        EXPECT_TRUE(url.toLocalFile().startsWith(QString::fromStdString((dir_ / "share").string())));
+    }
 }
 
 }  // namespace
