@@ -8,15 +8,17 @@
 namespace tavrin::testing {
 namespace {
 
-TEST(Screenshot, writesAPictureOfTheWindowAtItsSize) {
+TEST(Screenshot, everyStateWritesAPictureOfTheWindowAtItsSize) {
     application();
-    TempDir dir;
-    const auto file = dir / "empty.png";
-    ASSERT_EQ(runScreenshot(file, "empty"), 0);
-    QImage picture(QString::fromStdString(file.string()));
-    ASSERT_FALSE(picture.isNull());
-    EXPECT_EQ(picture.size() / picture.devicePixelRatio(), screenshotSize);
-    EXPECT_GT(std::filesystem::file_size(file), 1000u);
+    for (const auto& state : screenshotStates()) {
+        TempDir dir;
+        const auto file = dir / "shot.png";
+        ASSERT_EQ(runScreenshot(file, state.name), 0) << state.name;
+        QImage picture(QString::fromStdString(file.string()));
+        ASSERT_FALSE(picture.isNull()) << state.name;
+        EXPECT_EQ(picture.size() / picture.devicePixelRatio(), screenshotSize) << state.name;
+        EXPECT_GT(std::filesystem::file_size(file), 1000u) << state.name;
+    }
 }
 
 TEST(Screenshot, refusesAnUnknownStateAndWritesNothing) {
