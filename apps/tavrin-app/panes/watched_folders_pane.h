@@ -40,6 +40,7 @@ public:
     QTreeWidget* folderList() const { return folders_; }
     QLabel* statusLabel() const { return status_; }
     QPushButton* pauseButton() const { return pause_; }
+    QPushButton* addButton() const { return add_; }
 
 private:
     void build();
