@@ -3,6 +3,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
+#include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -37,14 +38,20 @@ GeneralPane::GeneralPane(SettingsAccess& settings, PresetService& presets, std::
 
 void GeneralPane::build() {
     setAccessibleName("General settings");
-    auto* form = new QFormLayout;
+    auto* saving = new QGroupBox("Saving cleaned files");
+    auto* savingForm = new QFormLayout(saving);
+    auto* running = new QGroupBox("Cleaning");
+    auto* runningForm = new QFormLayout(running);
+    auto* desktop = new QGroupBox("Desktop");
+    auto* desktopForm = new QFormLayout(desktop);
+    for (auto* form : {savingForm, runningForm, desktopForm}) form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
 
     outputMode_ = new QComboBox;
     for (auto mode : cleanOutputModes::allCases()) outputMode_->addItem(q(displayName(mode)), q(rawValue(mode)));
     outputMode_->setAccessibleName("Default clean");
     auto* outputLabel = new QLabel("Default &clean:");
     outputLabel->setBuddy(outputMode_);
-    form->addRow(outputLabel, outputMode_);
+    savingForm->addRow(outputLabel, outputMode_);
 
     suffix_ = new QComboBox;
     for (auto kind : cleanCopySuffixKinds::allCases()) suffix_->addItem(q(displayName(kind)), q(rawValue(kind)));
@@ -52,21 +59,26 @@ void GeneralPane::build() {
     customSuffix_ = new QLineEdit;
     customSuffix_->setAccessibleName("Custom suffix");
     customSuffix_->setPlaceholderText("-clean");
+    customSuffix_->setMinimumWidth(180);
     auto* suffixRow = new QHBoxLayout;
     suffixRow->addWidget(suffix_);
-    suffixRow->addWidget(customSuffix_, 1);
+    suffixRow->addWidget(customSuffix_);
     auto* suffixLabel = new QLabel("Copy &name ends in:");
     suffixLabel->setBuddy(suffix_);
-    form->addRow(suffixLabel, suffixRow);
+    savingForm->addRow(suffixLabel, suffixRow);
     suffixError_ = new QLabel;
     suffixError_->setAccessibleName("Suffix problem");
     suffixError_->setStyleSheet("color: #b00020;");
     suffixError_->setWordWrap(true);
+    suffixError_->hide();
     suffixExample_ = new QLabel;
     suffixExample_->setAccessibleName("Example copy name");
     suffixExample_->setEnabled(false);
-    form->addRow(QString(), suffixExample_);
-    form->addRow(QString(), suffixError_);
+    savingForm->addRow(QString(), suffixExample_);
+    savingForm->addRow(QString(), suffixError_);
+    stripHistory_ = new QCheckBox("Also strip &edit history when cleaning in place");
+    stripHistory_->setAccessibleName("Strip edit history in place");
+    savingForm->addRow(stripHistory_);
 
     concurrency_ = new QSpinBox;
     concurrency_->setRange(static_cast<int>(AppSettings::minimumConcurrentProcessing),
@@ -74,34 +86,29 @@ void GeneralPane::build() {
     concurrency_->setAccessibleName("Files cleaned at once");
     auto* concurrencyLabel = new QLabel("Files cleaned at &once:");
     concurrencyLabel->setBuddy(concurrency_);
-    form->addRow(concurrencyLabel, concurrency_);
-
+    runningForm->addRow(concurrencyLabel, concurrency_);
     autoProcess_ = new QCheckBox("&Apply the default preset to files as they are added");
     autoProcess_->setAccessibleName("Apply the default preset on add");
-    form->addRow(autoProcess_);
+    runningForm->addRow(autoProcess_);
     defaultPreset_ = new QComboBox;
     defaultPreset_->setAccessibleName("Default preset");
+    defaultPreset_->setMinimumWidth(220);
     auto* presetLabel = new QLabel("Default &preset:");
     presetLabel->setBuddy(defaultPreset_);
-    form->addRow(presetLabel, defaultPreset_);
-
-    stripHistory_ = new QCheckBox("Also strip &edit history when cleaning in place");
-    stripHistory_->setAccessibleName("Strip edit history in place");
-    form->addRow(stripHistory_);
+    runningForm->addRow(presetLabel, defaultPreset_);
 
     emailClient_ = new QComboBox;
     for (auto client : preferredEmailClients::allCases()) emailClient_->addItem(q(displayName(client)), q(rawValue(client)));
     emailClient_->setAccessibleName("E-mail program");
     auto* emailLabel = new QLabel("&E-mail with:");
     emailLabel->setBuddy(emailClient_);
-    form->addRow(emailLabel, emailClient_);
-
+    desktopForm->addRow(emailLabel, emailClient_);
     launchAtLogin_ = new QCheckBox("&Launch Tavrin at login");
     launchAtLogin_->setAccessibleName("Launch at login");
-    form->addRow(launchAtLogin_);
+    desktopForm->addRow(launchAtLogin_);
     trayIcon_ = new QCheckBox("Show Tavrin in the system &tray");
     trayIcon_->setAccessibleName("Show tray icon");
-    form->addRow(trayIcon_);
+    desktopForm->addRow(trayIcon_);
 
     problem_ = new QLabel;
     problem_->setAccessibleName("Settings problem");
@@ -109,7 +116,9 @@ void GeneralPane::build() {
     problem_->setStyleSheet("color: #b00020;");
 
     auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
+    layout->addWidget(saving);
+    layout->addWidget(running);
+    layout->addWidget(desktop);
     layout->addWidget(problem_);
     layout->addStretch(1);
 
@@ -204,9 +213,11 @@ void GeneralPane::customSuffixEdited() {
     const auto text = customSuffix_->text().toStdString();
     if (const auto problem = customSuffixProblem(text)) {
         suffixError_->setText(QString::fromStdString(*problem));
+        suffixError_->show();
         return;
     }
     suffixError_->clear();
+    suffixError_->hide();
     save([&](AppSettings& s) { s.cleanCopyCustomSuffix = text; });
     updateSuffixExample();
 }

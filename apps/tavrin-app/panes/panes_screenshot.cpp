@@ -58,7 +58,7 @@ bool renderPanesScreenshot(const QString& state, const QString& pngPath, std::sh
                     break;
                 }
         }
-        window.resize(760, 600);
+        window.resize(state == "settings" ? QSize(720, 480) : QSize(760, 560));
         return capture(window, pngPath);
     }
     if (state == "history") {

@@ -11,6 +11,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
+#include <QStyle>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -60,6 +61,7 @@ void PresetsPane::build() {
     setAccessibleName("Presets settings");
     list_ = new QListWidget;
     list_->setAccessibleName("Presets");
+    list_->setSpacing(2);
     new_ = new QPushButton("&New Preset");
     new_->setAccessibleName("New preset");
     duplicate_ = new QPushButton("D&uplicate");
@@ -85,7 +87,7 @@ void PresetsPane::build() {
     auto* grid = new QGridLayout(categoriesBox);
     int index = 0;
     for (auto category : metadataCategories::allCases()) {
-        auto* box = new QCheckBox(q(displayName(category)));
+        auto* box = new QCheckBox(q(displayName(category)).replace('&', "&&"));
         box->setAccessibleName(q(displayName(category)));
         box->setToolTip(q(description(category)));
         grid->addWidget(box, index / 2, index % 2);
@@ -153,7 +155,9 @@ void PresetsPane::reload() {
     const QSignalBlocker block(list_);
     list_->clear();
     for (const auto& preset : shown_) {
-        auto* item = new QListWidgetItem(QString::fromStdString(preset->name) + (preset->isBuiltIn ? "  \U0001F512" : ""));
+        // Starters say so in words: not every font has a lock glyph.
+        auto* item = new QListWidgetItem(QString::fromStdString(preset->name) + (preset->isBuiltIn ? "  (Starter)" : ""));
+        if (preset->isBuiltIn) item->setToolTip("Starter preset: duplicate it to make your own version.");
         item->setData(Qt::AccessibleTextRole,
                       QString::fromStdString(preset->name) + (preset->isBuiltIn ? ", starter preset, locked" : ""));
         list_->addItem(item);
