@@ -64,7 +64,7 @@ void FileManagerPane::build() {
         int n = 1;
         for (auto step : FinderSetupModel::activationSteps(route)) steps << QString("%1. %2").arg(n++).arg(q(step));
         auto* stepsLabel = wrapped(steps.join('\n'));
-        stepsLabel->setEnabled(false);
+        stepsLabel->setContentsMargins(12, 0, 0, 0);
         grid->addWidget(stepsLabel, 2, 0, 1, 2);
         layout->addWidget(frame);
         status_.emplace_back(route, state);
@@ -107,6 +107,11 @@ void FileManagerPane::build() {
     connect(install_, &QPushButton::clicked, this, [this] { runIntegrate("install"); });
     connect(uninstall_, &QPushButton::clicked, this, [this] { runIntegrate("uninstall"); });
     connect(recheck_, &QPushButton::clicked, this, [this] { recheck(); });
+}
+
+void FileManagerPane::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    recheck();
 }
 
 QLabel* FileManagerPane::statusLabel(FinderSetupRoute route) const {

@@ -40,6 +40,10 @@ public:
 signals:
     void finished(bool succeeded);
 
+protected:
+    // The states are read again each time the pane comes into view.
+    void showEvent(QShowEvent* event) override;
+
 private:
     void build();
     void integrateEnded(const QString& verb, std::optional<int> status);

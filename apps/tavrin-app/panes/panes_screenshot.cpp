@@ -35,21 +35,29 @@ bool capture(QWidget& widget, const QString& pngPath) {
 
 }  // namespace
 
-QStringList panesScreenshotStates() { return {"settings", "presets", "history", "tour"}; }
+QStringList panesScreenshotStates() { return {"settings", "presets", "watched-folders", "file-manager", "history", "tour"}; }
 
 bool renderPanesScreenshot(const QString& state, const QString& pngPath, std::shared_ptr<ModelContainer> store) {
     if (!store || !panesScreenshotStates().contains(state)) return false;
     // A context of its own: whatever the windows touch is never saved.
     auto context = store->makeContext();
     auto silent = std::make_shared<SilentChangeNotifier>();
-    if (state == "settings" || state == "presets") {
+    if (state == "settings" || state == "presets" || state == "watched-folders" || state == "file-manager") {
         SettingsAccess settings(*context, silent);
         PresetService presets(*context, silent);
         WatchedFolderRecords folders(*context, silent);
         SpawnProgramLauncher launcher;
+        // What is installed for this user, read only.
+        auto integrationStatus = [&launcher] {
+            const auto locations = IntegrationLocations::fromEnvironment();
+            return locations ? DesktopIntegration(*locations, launcher).status() : IntegrationStatus{};
+        };
         SettingsWindow window(SettingsWindowServices{settings, presets, folders, nullptr, launcher, "tavrin",
-                                                     [] { return IntegrationStatus{}; }, std::nullopt, {}});
-        window.showPane(state == "settings" ? SettingsWindow::Pane::general : SettingsWindow::Pane::presets);
+                                                     integrationStatus, std::nullopt, {}});
+        window.showPane(state == "settings"          ? SettingsWindow::Pane::general
+                        : state == "presets"         ? SettingsWindow::Pane::presets
+                        : state == "watched-folders" ? SettingsWindow::Pane::watchedFolders
+                                                     : SettingsWindow::Pane::fileManager);
         if (state == "presets") {
             // A preset of the user's own shows what can be edited.
             for (const auto& preset : presets.fetchAllPresets())

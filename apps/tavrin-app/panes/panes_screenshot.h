@@ -11,7 +11,7 @@
 
 namespace tavrin {
 
-// The states drawn here: "settings", "presets", "history", "tour".
+// The states drawn here: "settings", "presets", "watched-folders", "file-manager", "history", "tour".
 QStringList panesScreenshotStates();
 
 // Draws the window of `state` over `store` (its presets, settings, watched folders and history

@@ -8,6 +8,8 @@
 
 namespace tavrin {
 
+struct QueueFileOutcome;
+
 struct RunReport {
     struct Failure {
         std::filesystem::path source;
@@ -17,6 +19,9 @@ struct RunReport {
     std::vector<Failure> failed;
 
     bool empty() const { return cleaned.empty() && failed.empty(); }
+    // Adds one file of a queue run: its copy when it was cleaned, else the original with the
+    // reason it failed (the record's message, else the error's).
+    void add(const QueueFileOutcome& outcome);
 };
 
 }  // namespace tavrin

@@ -58,9 +58,12 @@ void WatchedFoldersPane::build() {
     folders_->setColumnCount(3);
     folders_->setHeaderLabels({"Folder", "State", "Last cleaned"});
     folders_->setRootIsDecorated(false);
-    folders_->header()->setStretchLastSection(true);
-    folders_->setColumnWidth(0, 260);
-    folders_->setColumnWidth(1, 170);
+    folders_->setTextElideMode(Qt::ElideMiddle);
+    folders_->header()->setStretchLastSection(false);
+    folders_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    folders_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
+    folders_->header()->setSectionResizeMode(2, QHeaderView::Interactive);
+    folders_->setColumnWidth(2, 200);
     add_ = new QPushButton("&Add Folder\u2026");
     add_->setAccessibleName("Add watched folder");
     remove_ = new QPushButton("&Remove");

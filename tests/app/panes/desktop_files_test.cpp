@@ -13,6 +13,7 @@
 #include "handoff/program_launcher.h"
 #include "panes_screenshot.h"
 #include "panes_test_support.h"
+#include "watched_folder_records.h"
 
 namespace tavrin {
 namespace {
@@ -117,8 +118,11 @@ TEST(PanesScreenshot, eachStateIsDrawnToAPngOfTheWindowsSize) {
     fillLikeAUsersStore(f);
     const stdfs::path out = std::getenv("TAVRIN_SCREENSHOT_DIR") ? std::getenv("TAVRIN_SCREENSHOT_DIR") : (f.dir / "shots");
     stdfs::create_directories(out);
+    auto scans = f.dir / "Scans";
+    stdfs::create_directories(scans);
+    WatchedFolderRecords(f.context, f.notifier).add(scans);
     const std::pair<const char*, QSize> states[] = {
-        {"settings", {720, 480}}, {"presets", {760, 560}}, {"history", {760, 480}}, {"tour", {640, 520}}};
+        {"settings", {720, 480}}, {"presets", {760, 560}}, {"watched-folders", {760, 560}}, {"file-manager", {760, 560}}, {"history", {760, 480}}, {"tour", {640, 520}}};
     for (const auto& [state, size] : states) {
         const auto png = out / (std::string(state) + ".png");
         ASSERT_TRUE(renderPanesScreenshot(state, QString::fromStdString(png.string()), f.store)) << state;

@@ -128,6 +128,12 @@ TEST(HistoryWindow, theFullHistoryShowsSizesAndPresetAndIsClearedWithoutTouching
     EXPECT_FALSE(window->clearButton()->isEnabled());
 }
 
+TEST(HistoryWindow, everyControlHasAnAccessibleName) {
+    HistoryFixture f;
+    auto window = f.window();
+    EXPECT_EQ(unnamedControls(window.get()), std::vector<std::string>{});
+}
+
 class MemoryTourPreferences final : public TourPreferences {
 public:
     int version = 0;
@@ -207,7 +213,8 @@ TEST(WelcomeTour, walksItsFiveStepsAndTheCleanCardsFollowTheOutputMode) {
     EXPECT_EQ(tour.result(), QDialog::Accepted);
 
     MemoryTourPreferences other;
-    WelcomeTourDialog copyTour(other, CleanOutputMode::copy);
+    WelcomeTourDialog copyTour(other, CleanOutputMode::copy, [] {});
+    EXPECT_EQ(unnamedControls(&copyTour), std::vector<std::string>{});
     copyTour.goTo(WelcomeTourStep::cleanAFile);
     bool copyIsDefault = false;
     for (auto* label : copyTour.currentPage()->findChildren<QLabel*>())

@@ -2,11 +2,19 @@
 // What the pane tests share: one QApplication drawn off screen, a real store on disk in a fresh
 // folder with the starter presets, and a way to run the Qt loop until something holds.
 
+#include <QAbstractButton>
+#include <QAbstractItemView>
+#include <QAbstractSpinBox>
 #include <QApplication>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QEventLoop>
 #include <QTimer>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "data/shared_container.h"
 #include "services/change_notifications.h"
@@ -37,6 +45,28 @@ bool spinUntil(Done done, int guardMs = 20'000) {
     guard.start(guardMs);
     while (!done() && guard.isActive()) loop.processEvents(QEventLoop::WaitForMoreEvents);
     return done();
+}
+
+// The controls of `window` that a screen reader could not name: no accessible name and no text.
+inline std::vector<std::string> unnamedControls(QWidget* window) {
+    std::vector<std::string> unnamed;
+    for (auto* widget : window->findChildren<QWidget*>()) {
+        const bool control = qobject_cast<QAbstractButton*>(widget) || qobject_cast<QComboBox*>(widget) ||
+                             qobject_cast<QLineEdit*>(widget) || qobject_cast<QAbstractSpinBox*>(widget) ||
+                             qobject_cast<QPlainTextEdit*>(widget) || qobject_cast<QAbstractItemView*>(widget);
+        if (!control || widget->parent() == nullptr) continue;
+        // The parts of a view or a spin box (header, viewport, inner field, tab bar) are the owner's.
+        if (qobject_cast<QAbstractSpinBox*>(widget->parent()) || qobject_cast<QAbstractItemView*>(widget->parent()) ||
+            widget->inherits("QHeaderView") || widget->inherits("QTabBar") ||
+            widget->objectName().startsWith("qt_") ||
+            qobject_cast<QAbstractItemView*>(widget->parentWidget() ? widget->parentWidget()->parentWidget() : nullptr))
+            continue;
+        auto name = widget->accessibleName();
+        if (name.isEmpty())
+            if (auto* button = qobject_cast<QAbstractButton*>(widget)) name = button->text();
+        if (name.isEmpty()) unnamed.push_back(widget->metaObject()->className());
+    }
+    return unnamed;
 }
 
 // Counts the announcements instead of sending them.
