@@ -137,6 +137,13 @@ void PresetsPane::build() {
     layout->addLayout(right, 3);
 
     connect(list_, &QListWidget::currentRowChanged, this, [this] { showSelected(); });
+    auto edited = [this] {
+        if (!showing_) dirty_ = true;
+    };
+    connect(name_, &QLineEdit::textChanged, this, edited);
+    connect(keysToRemove_, &QPlainTextEdit::textChanged, this, edited);
+    connect(keysToKeep_, &QPlainTextEdit::textChanged, this, edited);
+    for (const auto& [category, box] : categories_) connect(box, &QCheckBox::toggled, this, edited);
     connect(new_, &QPushButton::clicked, this, [this] { createPreset(); });
     connect(duplicate_, &QPushButton::clicked, this, [this] { duplicateSelected(); });
     connect(delete_, &QPushButton::clicked, this, [this] { deleteSelected(); });
@@ -163,10 +170,14 @@ void PresetsPane::reload() {
         list_->addItem(item);
     }
     int row = shown_.empty() ? -1 : 0;
+    bool kept = false;
     for (std::size_t i = 0; keep && i < shown_.size(); ++i)
-        if (shown_[i]->id == *keep) row = static_cast<int>(i);
+        if (shown_[i]->id == *keep) {
+            row = static_cast<int>(i);
+            kept = true;
+        }
     list_->setCurrentRow(row);
-    showSelected();
+    if (!(kept && dirty_)) showSelected();
 }
 
 void PresetsPane::select(const Uuid& id) {
@@ -187,6 +198,8 @@ QCheckBox* PresetsPane::categoryBox(MetadataCategory category) const {
 }
 
 void PresetsPane::showSelected() {
+    showing_ = true;
+    dirty_ = false;
     const auto preset = selectedPreset();
     const bool editable = preset && !preset->isBuiltIn;
     name_->setText(preset ? QString::fromStdString(preset->name) : QString());
@@ -206,6 +219,7 @@ void PresetsPane::showSelected() {
                          : QString());
     locked_->setVisible(preset && preset->isBuiltIn);
     message_->clear();
+    showing_ = false;
 }
 
 void PresetsPane::showError(const std::string& text) { message_->setText(QString::fromStdString(text)); }
@@ -270,6 +284,7 @@ void PresetsPane::saveSelected() {
             if (box->isChecked()) categories.insert(category);
         presets_.updatePreset(preset, wanted.empty() ? std::string(MetadataPreset::untitledName) : wanted, categories,
                               lines(keysToRemove_), lines(keysToKeep_));
+        dirty_ = false;
         reload();
     } catch (const PresetServiceError& e) {
         showError(e.errorDescription());

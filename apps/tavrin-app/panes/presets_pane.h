@@ -26,8 +26,10 @@ class PresetsPane final : public QWidget {
 public:
     explicit PresetsPane(PresetService& presets, QWidget* parent = nullptr);
 
-    // Reads the presets again, keeping the selection where it can.
+    // Reads the presets again, keeping the selection where it can. Edits not yet saved stay in
+    // the editor while their preset is still there (another process changed something else).
     void reload();
+    bool hasUnsavedEdits() const { return dirty_; }
     void select(const Uuid& id);
     std::shared_ptr<MetadataPreset> selectedPreset() const;
 
@@ -55,6 +57,8 @@ private:
     std::vector<std::string> namesExcept(const MetadataPreset* preset) const;
 
     PresetService& presets_;
+    bool dirty_ = false;
+    bool showing_ = false;
     std::vector<std::shared_ptr<MetadataPreset>> shown_;
 
     QListWidget* list_ = nullptr;

@@ -11,6 +11,7 @@
 #include "panes_test_support.h"
 #include "run_notifier.h"
 #include "services/private_bus.h"
+#include "services/queue_service.h"
 
 namespace tavrin {
 namespace {
@@ -63,6 +64,36 @@ TEST(RunNotifier, saysHowManyFilesWereCleanedOrWhichFailed) {
         EXPECT_EQ(text.summary, c.summary);
         EXPECT_EQ(text.body, c.body);
     }
+}
+
+TEST(RunReport, aQueueRunsOutcomesNameTheCopiesAndTheUsersFilesWithTheirReasons) {
+    auto file = [](const char* name, std::optional<std::string> source, std::optional<std::string> copy,
+                   std::optional<std::string> error) {
+        auto f = std::make_shared<QueuedFile>();
+        f->fileName = name;
+        f->fileExtension = "pdf";
+        f->originalFilePath = "/staging/ABC/" + std::string(name) + ".pdf";
+        f->originalSourcePath = source;
+        f->cleanedFilePath = copy;
+        f->errorMessage = error;
+        return f;
+    };
+    CleaningResult result;
+    result.outputURL = "/tmp/out/a.pdf";
+    RunReport report;
+    report.add({file("a", "/home/u/a.pdf", "/home/u/a-clean.pdf", std::nullopt), result, nullptr, 1, 4});
+    report.add({file("b", std::nullopt, std::nullopt, std::nullopt), result, nullptr, 2, 4});
+    report.add({file("c", "/home/u/c.pdf", std::nullopt, "Output verification failed (x)"), std::nullopt, nullptr, 3, 4});
+    report.add({file("d", "/home/u/d.pdf", std::nullopt, std::nullopt), std::nullopt,
+                std::make_exception_ptr(std::runtime_error("disk full")), 4, 4});
+    report.add({file("e", std::nullopt, std::nullopt, std::nullopt), std::nullopt, nullptr, 4, 4});
+    EXPECT_EQ(report.cleaned, (std::vector<stdfs::path>{"/home/u/a-clean.pdf", "/tmp/out/a.pdf"}));
+    ASSERT_EQ(report.failed.size(), 3u);
+    EXPECT_EQ(report.failed[0].source, "/home/u/c.pdf") << "the user's file, not the staged copy";
+    EXPECT_EQ(report.failed[0].reason, "Output verification failed (x)");
+    EXPECT_EQ(report.failed[1].reason, "disk full");
+    EXPECT_EQ(report.failed[2].source, "e.pdf");
+    EXPECT_EQ(report.failed[2].reason, "No preset or categories configured");
 }
 
 TEST(RunNotifier, notifiesOverTheBusWhenTheWindowIsNotActiveAndItsActionShowsTheFiles) {

@@ -234,6 +234,28 @@ TEST(PresetsPane, aCustomPresetIsRenamedAndItsCategoriesAndKeysSaved) {
     EXPECT_GE(f.notifier->presetChanged, 2);
 }
 
+TEST(PresetsPane, editsNotYetSavedSurviveAReloadForAnotherProcesssChange) {
+    SettingsFixture f;
+    auto mine = f.presets.createPreset("Press kit", {MetadataCategory::location}, {}, {});
+    auto* pane = f.window->presets();
+    pane->reload();
+    pane->select(mine->id);
+    pane->nameField()->setText("Press kit (draft)");
+    pane->categoryBox(MetadataCategory::timestamps)->setChecked(true);
+    {
+        auto other = f.reopen();
+        PresetService(other->mainContext(), std::make_shared<SilentChangeNotifier>())
+            .createPreset("Made in a terminal", {}, {}, {});
+    }
+    pane->reload();
+    EXPECT_EQ(pane->list()->count(), 5) << "the other process's preset shows";
+    EXPECT_EQ(pane->nameField()->text(), "Press kit (draft)");
+    EXPECT_TRUE(pane->categoryBox(MetadataCategory::timestamps)->isChecked());
+    pane->saveSelected();
+    EXPECT_FALSE(pane->hasUnsavedEdits());
+    EXPECT_EQ(f.presets.fetchPreset(mine->id)->name, "Press kit (draft)");
+}
+
 TEST(PresetsPane, newAndDuplicatedPresetsTakeNamesOfTheirOwn) {
     SettingsFixture f;
     auto* pane = f.window->presets();
