@@ -18,6 +18,23 @@
 
 namespace tavrin {
 
+namespace {
+
+// A row that sorts by the value behind each cell (a time, a byte count), not by its text.
+class HistoryRow final : public QTreeWidgetItem {
+public:
+    using QTreeWidgetItem::QTreeWidgetItem;
+    bool operator<(const QTreeWidgetItem& other) const override {
+        const int column = treeWidget() ? treeWidget()->sortColumn() : 0;
+        const auto mine = data(column, Qt::UserRole);
+        const auto theirs = other.data(column, Qt::UserRole);
+        if (mine.isValid() && theirs.isValid()) return mine.toLongLong() < theirs.toLongLong();
+        return text(column).localeAwareCompare(other.text(column)) < 0;
+    }
+};
+
+}  // namespace
+
 QString formattedBytes(std::int64_t bytes) { return QString::fromStdString(DataSize{bytes}.compact()); }
 
 QString formattedDate(Date date) {
@@ -169,14 +186,20 @@ void HistoryWindow::reload() {
     std::size_t count = 0;
     try {
         for (const auto& record : services_.records.all()) {
-            auto* row = new QTreeWidgetItem(
-                {QString::fromStdString(record->fileName), formattedDate(record->processedAt),
-                 QString::fromStdString(record->presetName), QString::number(record->removedItemCount),
-                 formattedBytes(record->originalSize), formattedBytes(record->cleanedSize),
-                 formattedBytes(std::max<std::int64_t>(0, record->bytesSaved()))});
+            const auto savedBytes = std::max<std::int64_t>(0, record->bytesSaved());
+            auto* row = new HistoryRow(QStringList{
+                QString::fromStdString(record->fileName), formattedDate(record->processedAt),
+                QString::fromStdString(record->presetName), QString::number(record->removedItemCount),
+                formattedBytes(record->originalSize), formattedBytes(record->cleanedSize), formattedBytes(savedBytes)});
+            const auto when = std::chrono::duration_cast<std::chrono::milliseconds>(record->processedAt.time_since_epoch());
+            row->setData(1, Qt::UserRole, QVariant::fromValue<qlonglong>(when.count()));
+            row->setData(3, Qt::UserRole, QVariant::fromValue<qlonglong>(record->removedItemCount));
+            row->setData(4, Qt::UserRole, QVariant::fromValue<qlonglong>(record->originalSize));
+            row->setData(5, Qt::UserRole, QVariant::fromValue<qlonglong>(record->cleanedSize));
+            row->setData(6, Qt::UserRole, QVariant::fromValue<qlonglong>(savedBytes));
             row->setToolTip(0, QString::fromStdString(record->cleanedFilePath.value_or(record->fileName)));
             history_->addTopLevelItem(row);
-            saved += std::max<std::int64_t>(0, record->bytesSaved());
+            saved += savedBytes;
             ++count;
         }
     } catch (const std::exception& e) {

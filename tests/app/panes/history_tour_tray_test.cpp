@@ -120,6 +120,11 @@ TEST(HistoryWindow, theFullHistoryShowsSizesAndPresetAndIsClearedWithoutTouching
     EXPECT_EQ(first->text(6), "2 MB");
     EXPECT_EQ(table->topLevelItem(1)->text(6), "0 bytes");
 
+    table->sortByColumn(6, Qt::DescendingOrder);
+    EXPECT_EQ(table->topLevelItem(0)->text(0), "a.jpg") << "2 MB saved sorts above 0 bytes by value, not by text";
+    table->sortByColumn(4, Qt::AscendingOrder);
+    EXPECT_EQ(table->topLevelItem(0)->text(0), "b.pdf") << "1 KB before 2.4 MB";
+
     window->clearHistory(true);
     EXPECT_EQ(table->topLevelItemCount(), 0);
     EXPECT_EQ(window->recentList()->count(), 0);
