@@ -1,5 +1,5 @@
 #pragma once
-// "Launch at login" as the freedesktop autostart specification has it: a desktop entry in
+// "Launch at login" the freedesktop way: a desktop entry in
 // $XDG_CONFIG_HOME/autostart, written whole (temporary file, then rename) or removed.
 
 #include <filesystem>

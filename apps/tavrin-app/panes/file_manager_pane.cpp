@@ -89,6 +89,9 @@ void FileManagerPane::build() {
     message_->setAccessibleName("Integration message");
     layout->addWidget(message_);
 
+    auto* cloud = wrapped(q(FinderSetupModel::cloudFolderNote));
+    cloud->setEnabled(false);
+    layout->addWidget(cloud);
     for (auto note : FinderSetupModel::usageNotes) {
         auto* label = wrapped(QString("\u2022 ") + q(note));
         label->setEnabled(false);
