@@ -1,0 +1,33 @@
+#include "settings_access.h"
+
+#include "data/store_defaults.h"
+
+namespace tavrin {
+
+SettingsAccess::SettingsAccess(ModelContext& context, std::shared_ptr<ChangeNotifying> notifier)
+    : context_(context), notifier_(notifier ? std::move(notifier) : std::make_shared<SilentChangeNotifier>()) {}
+
+AppSettings SettingsAccess::current() const {
+    if (auto settings = currentSettings(context_)) return *settings;
+    return *AppSettings::makeDefault();
+}
+
+void SettingsAccess::update(const std::function<void(AppSettings&)>& change) {
+    auto settings = currentOrNewSettings(context_);
+    change(*settings);
+    try {
+        if (context_.hasChanges()) context_.save();
+    } catch (...) {
+        context_.rollback();
+        throw;
+    }
+    // Settings have no announcement of their own; the queue's tells other processes (the queue
+    // takes the default preset and the output mode from them) to read the store again.
+    notifier_->postQueueUpdated();
+    const AppSettings snapshot = *settings;
+    for (const auto& listener : listeners_) listener(snapshot);
+}
+
+void SettingsAccess::addListener(Listener listener) { listeners_.push_back(std::move(listener)); }
+
+}  // namespace tavrin
