@@ -40,9 +40,15 @@ if(TAVRIN_DESKTOP_FILES)
   install(FILES ${TAVRIN_DESKTOP_FILES} DESTINATION share/applications COMPONENT tavrin)
 endif()
 # The D-Bus activation file for com.tavrin.Tavrin.
-if(EXISTS ${PROJECT_SOURCE_DIR}/data/dbus/com.tavrin.Tavrin.service)
-  install(FILES ${PROJECT_SOURCE_DIR}/data/dbus/com.tavrin.Tavrin.service DESTINATION share/dbus-1/services
-          COMPONENT tavrin)
+# Its Exec names the program where this install puts it, known only when it runs (the package
+# installs under /usr, `cmake --install` under its --prefix).
+if(TARGET tavrin-app AND EXISTS ${PROJECT_SOURCE_DIR}/data/dbus/com.tavrin.Tavrin.service.in)
+  install(CODE "
+    file(READ \"${PROJECT_SOURCE_DIR}/data/dbus/com.tavrin.Tavrin.service.in\" text)
+    string(REPLACE \"@BINDIR@\" \"\${CMAKE_INSTALL_PREFIX}/bin\" text \"\${text}\")
+    file(WRITE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/share/dbus-1/services/com.tavrin.Tavrin.service\" \"\${text}\")
+    message(STATUS \"Installing: \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/share/dbus-1/services/com.tavrin.Tavrin.service\")"
+    COMPONENT tavrin)
 endif()
 # The systemd user unit (the folder watcher).
 file(GLOB TAVRIN_USER_UNITS ${PROJECT_SOURCE_DIR}/data/systemd/*.service)

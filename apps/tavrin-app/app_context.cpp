@@ -84,6 +84,12 @@ AppContext::AppContext(QtEventLoop& loop, Options options)
 
 AppContext::~AppContext() = default;
 
+std::optional<std::filesystem::path> AppContext::storeURL() const {
+    const auto& configuration = container_->configuration();
+    if (configuration.isStoredInMemoryOnly) return std::nullopt;
+    return configuration.url;
+}
+
 QueueSessionServices AppContext::makeServices(std::unique_ptr<ModelContext> context) {
     QueueSessionServices services;
     services.context = std::move(context);
@@ -103,8 +109,9 @@ void AppContext::reload() {
         } catch (...) {
         }
     }
-    // The window counts its own rows; the services' counts are refreshed by their own changes.
-    view_ = makeServices(container_->makeContext());
+    // The services keep no records of their own: a fresh read of the context is enough, and
+    // whoever holds the services (the windows around the main one) keeps them.
+    view_.context->refresh();
     for (const auto& listener : reloadListeners_) listener();
 }
 

@@ -3,9 +3,8 @@
 // loop they share. Widgets read and change the queue only through this object.
 //
 // A store context caches the records it has handed out, so a change saved by another context or
-// process stays invisible to it. `reload()` therefore replaces the view's context (and the
-// services bound to it) with a fresh one; it runs when another process announces a change and
-// after each file of a run.
+// process stays invisible to it. `reload()` therefore makes the view's context read every record
+// anew; it runs when another process announces a change and after each file of a run.
 
 #include <filesystem>
 #include <functional>
@@ -20,6 +19,7 @@
 #include "data/queued_file.h"
 #include "data/shared_container.h"
 #include "services/change_notifications.h"
+#include "services/in_place_replacement.h"
 #include "services/notification_service.h"
 #include "services/preset_service.h"
 #include "services/processing_service.h"
@@ -41,10 +41,6 @@ struct QueueSessionServices {
     std::shared_ptr<PresetService> presets;
 };
 
-// Puts the verified clean file at the user's path and moves the original to the Trash; returns
-// where the original went. Throws an exception whose text says why, with the original untouched.
-using InPlaceReplacer =
-    std::function<std::filesystem::path(const std::filesystem::path& original, const std::filesystem::path& verifiedCopy)>;
 
 class AppContext {
 public:
@@ -56,7 +52,9 @@ public:
         // Where temporary shares live; absent: the system's temporary directory.
         std::optional<std::filesystem::path> shareBase;
         std::shared_ptr<const TavrinEngine> engine;  // absent: the standard engine
-        InPlaceReplacer replaceInPlace;               // absent: cleaning in place is refused
+        // Puts a verified clean file at the user's path, the original going to the Trash;
+        // absent: cleaning in place is refused.
+        std::shared_ptr<const InPlaceReplacement> replaceInPlace;
     };
 
     // Opens the store (throws StoreError, FileAccessError, FileSystemError), seeds the presets,
@@ -68,6 +66,12 @@ public:
 
     QtEventLoop& loop() { return loop_; }
     ModelContainer& container() { return *container_; }
+    const std::shared_ptr<ModelContainer>& sharedContainer() const { return container_; }
+    const std::shared_ptr<const TavrinEngine>& sharedEngine() const { return engine_; }
+    // Tells other processes of this one's changes.
+    const std::shared_ptr<ChangeNotifying>& changeNotifier() const { return notifier_; }
+    // The store file; none for a store in memory.
+    std::optional<std::filesystem::path> storeURL() const;
     ModelContext& context() { return *view_.context; }
     QueueService& queue() { return *view_.queue; }
     QueueImportService& import() { return *view_.import; }
@@ -76,7 +80,7 @@ public:
     const TavrinEngine& engine() const { return *engine_; }
     TemporaryShareStore& shareStore() { return *shareStore_; }
     const std::filesystem::path& stagingDirectory() const { return places_.stagingDirectoryURL; }
-    const InPlaceReplacer& replaceInPlace() const { return replaceInPlace_; }
+    const std::shared_ptr<const InPlaceReplacement>& replaceInPlace() const { return replaceInPlace_; }
     // Whether this process reaches a bus at all (hand-off, announcements).
     const std::optional<std::string>& busAddress() const { return busAddress_; }
     bool busDisabled() const { return busDisabled_; }
@@ -84,7 +88,8 @@ public:
     // A fresh unit of work with its own services, for a run on a worker thread.
     QueueSessionServices makeSession();
 
-    // Replaces the view's context and services with fresh ones, then calls every listener.
+    // Makes the view's context read every record anew (saving what it has pending first), then
+    // calls every listener.
     void reload();
     void addReloadListener(std::function<void()> listener) { reloadListeners_.push_back(std::move(listener)); }
 
@@ -122,7 +127,7 @@ private:
     std::unique_ptr<NotificationService> notifications_;
     std::shared_ptr<ChangeNotifying> notifier_;
     std::unique_ptr<TemporaryShareStore> shareStore_;
-    InPlaceReplacer replaceInPlace_;
+    std::shared_ptr<const InPlaceReplacement> replaceInPlace_;
     QueueSessionServices view_;
     std::vector<std::function<void()>> reloadListeners_;
     std::map<std::string, CleaningResult> results_;  // by id text

@@ -9,7 +9,17 @@
 #include <string>
 #include <vector>
 
+#include <QDBusConnection>
+#include <QFileDialog>
+
 #include "app_controller.h"
+#include "desktop_panes.h"
+#include "panes_screenshot.h"
+#include "handoff/email_integration.h"
+#include "handoff/program_launcher.h"
+#include "handoff/tavrin_url.h"
+#include "main_window.h"
+#include "services/in_place_replacement.h"
 #include "bench_modes.h"
 #include "screenshot.h"
 
@@ -22,6 +32,7 @@ struct Arguments {
     std::optional<std::string> screenshot;
     std::string state = "queue";
     bool benchStartup = false;
+    bool background = false;  // at login: the tray and the watched folders, no window
     std::optional<int> benchQueue;
     std::optional<int> benchRun;
     bool help = false;
@@ -51,6 +62,7 @@ Arguments parse(int argc, char** argv) {
         if (arg == "--screenshot") a.screenshot = value();
         else if (arg == "--state") { if (auto v = value()) a.state = *v; }
         else if (arg == "--bench-startup") a.benchStartup = true;
+        else if (arg == "--background") a.background = true;
         else if (arg == "--bench-queue") a.benchQueue = count();
         else if (arg == "--bench-run") a.benchRun = count();
         else if (arg == "--help" || arg == "-h") a.help = true;
@@ -62,10 +74,69 @@ Arguments parse(int argc, char** argv) {
 }
 
 void printHelp() {
-    std::printf("Usage: tavrin-app [FILE...]\n"
+    std::printf("Usage: tavrin-app [--background] [FILE...]\n"
                 "       tavrin-app --screenshot PNG [--state NAME]\n"
                 "       tavrin-app --bench-startup | --bench-queue N | --bench-run N\n\nStates:\n");
-    for (const auto& s : screenshotStates()) std::printf("  %-10s %s\n", s.name, s.description);
+    for (const auto& s : screenshotStates()) std::printf("  %-15s %s\n", s.name, s.description);
+    for (const auto& s : panesScreenshotStates())
+        std::printf("  %-15s that window, over the store of the samples' run\n", s.toUtf8().constData());
+}
+
+// The windows around the main one (settings, history, the tour), the tray, the run
+// notifications and the app's own watching of folders, wired to the main window.
+struct Panes {
+    SpawnProgramLauncher launcher;
+    FileTourPreferences tourPreferences{FileTourPreferences::defaultPath()};
+    std::unique_ptr<DesktopPanes> panes;
+};
+
+std::filesystem::path programBeside(const char* name) {
+    std::error_code ec;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const auto beside = self.parent_path() / name;
+        if (std::filesystem::exists(beside, ec)) return beside;
+    }
+    return name;  // found on PATH when it is started
+}
+
+void cleanThroughLink(AppController& controller, const std::vector<std::filesystem::path>& files) {
+    for (const auto& url : TavrinURL::cleanURLs(files, std::nullopt, false)) controller.openURL(url);
+}
+
+std::unique_ptr<Panes> attachPanes(AppController& controller) {
+    auto owned = std::make_unique<Panes>();
+    Panes& p = *owned;
+    AppContext& app = controller.app();
+    MainWindow& window = controller.window();
+    DesktopPanesContext context{
+        controller.loop(), app.sharedContainer(), app.context(), app.changeNotifier(), app.presets(),
+        app.sharedEngine(), p.launcher, programBeside("tavrin"), programBeside("tavrin-app"), p.tourPreferences,
+        QDBusConnection::sessionBus(),
+        [&controller] { controller.raiseWindow(); },
+        [&window] { return window.isActiveWindow(); },
+        [&controller, &window] {
+            controller.raiseWindow();
+            const auto names = QFileDialog::getOpenFileNames(&window, QObject::tr("Clean Files"));
+            std::vector<std::filesystem::path> files;
+            for (const auto& name : names) files.emplace_back(name.toStdString());
+            if (!files.empty()) cleanThroughLink(controller, files);
+        },
+        [&controller](const std::filesystem::path& original) { cleanThroughLink(controller, {original}); },
+        [launcher = &p.launcher](const std::vector<std::filesystem::path>& files) {
+            for (const auto& command : EmailRoutes::revealCommands(files)) launcher->launch(command);
+        },
+        [] { QApplication::quit(); },
+        app.storeURL()};
+    p.panes = std::make_unique<DesktopPanes>(std::move(context));
+    DesktopPanes* panes = p.panes.get();
+    window.showSettings = [panes] { panes->showSettings(); };
+    window.showHistory = [panes] { panes->showHistory(); };
+    window.showWelcomeTour = [panes, &window] { panes->showWelcomeTour(&window); };
+    window.reportRun = [panes](const RunReport& report) { panes->runFinished(report); };
+    app.addReloadListener([panes] { panes->storeChanged(); });
+    panes->start();
+    return owned;
 }
 
 }  // namespace
@@ -92,7 +163,9 @@ int runApp(int argc, char** argv) {
     if (args.benchQueue) return benchQueue(*args.benchQueue);
     if (args.benchRun) return benchRun(*args.benchRun);
 
-    AppController controller(AppContext::Options{});
+    AppContext::Options options;
+    options.replaceInPlace = std::make_shared<InPlaceReplacement>();
+    AppController controller(std::move(options));
     const auto urls = AppController::urlsForArguments(args.files);
     if (!args.benchStartup && !controller.claimBus()) {
         // Another process is the app: it takes the files and comes to the front.
@@ -106,11 +179,12 @@ int runApp(int argc, char** argv) {
         return 1;
     }
     if (args.benchStartup) return benchStartup(controller, started);
-    // The other windows (settings, history, the welcome tour) and the tray attach here, through
-    // the window's hooks: controller.window().showSettings, showHistory, showWelcomeTour.
-    controller.raiseWindow();
+
+    auto panes = attachPanes(controller);
+    if (!args.background) controller.raiseWindow();
     if (!args.files.empty())
         for (const auto& url : urls) controller.openURL(url);
+    if (!args.background) panes->panes->showWelcomeTourIfDue(&controller.window());
     return QApplication::exec();
 }
 

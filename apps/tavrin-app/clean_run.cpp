@@ -127,6 +127,13 @@ void CleanRun::work() {
     const int total = static_cast<int>(files.size());
     int finished = 0;
     QPointer<CleanRun> self(this);
+    // In place, the queue's run puts each verified file at its user's path itself, with the
+    // edit history the settings ask for.
+    QueueRunOptions runOptions;
+    if (options_.mode == CleanMode::inPlace) {
+        runOptions.replaceOriginals = app_.replaceInPlace();
+        runOptions.stripEditHistory = options_.stripEditHistoryInPlace;
+    }
     for (std::size_t begin = 0; begin < files.size() && !stop_; begin += width) {
         QueuedFiles slice(files.begin() + static_cast<std::ptrdiff_t>(begin),
                           files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), begin + width)));
@@ -153,7 +160,7 @@ void CleanRun::work() {
                         emit fileFinished(out.id, out.succeeded, out.message, finished, total);
                     },
                     Qt::QueuedConnection);
-            });
+            }, runOptions);
         } catch (...) {
             // A failed save: the files stand as the store holds them; the view reloads.
             const QString message = QString::fromStdString(describeError(std::current_exception()));
@@ -177,6 +184,17 @@ void CleanRun::work() {
 void CleanRun::publish(QueueService& queue, const QueueFileOutcome& outcome, Outcome& out) {
     auto& file = *outcome.file;
     out.id = QString::fromStdString(file.id.uuidString());
+    if (options_.mode == CleanMode::inPlace && app_.replaceInPlace()) {
+        // The queue replaced the original (or said why not) and recorded it, history included.
+        if (outcome.replaced && file.status() == QueuedFile::Status::clean) {
+            out.result = outcome.result;
+            out.published = stdfs::path(file.cleanedFilePath.value_or(file.originalFileURL().string()));
+            out.succeeded = true;
+        } else {
+            out.message = QString::fromStdString(file.errorMessage.value_or(describeError(outcome.error)));
+        }
+        return;
+    }
     if (!outcome.result || file.status() != QueuedFile::Status::completed || !file.cleanedFilePath) {
         out.message = QString::fromStdString(file.errorMessage.value_or(describeError(outcome.error)));
         return;
@@ -194,17 +212,8 @@ void CleanRun::publish(QueueService& queue, const QueueFileOutcome& outcome, Out
                 out.published = destination;
                 break;
             }
-            case CleanMode::inPlace: {
-                if (!app_.replaceInPlace())
-                    throw std::runtime_error("Cleaning in place is not available in this build; the original was left untouched");
-                app_.replaceInPlace()(source, output);
-                file.cleanedFilePath = source.string();
-                file.cleanedOutputBehaviorRaw = std::string(rawValue(OutputBehavior::replace));
-                file.setStatus(QueuedFile::Status::clean);
-                file.editHistoryRetainedInPlace = !options_.stripEditHistoryInPlace;
-                out.published = source;
-                break;
-            }
+            case CleanMode::inPlace:
+                throw std::runtime_error("Cleaning in place is not available in this build; the original was left untouched");
             case CleanMode::share: {
                 const auto destination = app_.shareStore().makeDestinationURL(file.fullFileName());
                 try {

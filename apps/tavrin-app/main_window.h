@@ -26,6 +26,8 @@ class QToolButton;
 
 namespace tavrin {
 
+struct RunReport;
+
 class AppContext;
 class InspectionRunner;
 class InspectorPanel;
@@ -42,6 +44,8 @@ public:
     std::function<void()> showSettings;
     std::function<void()> showHistory;
     std::function<void()> showWelcomeTour;
+    // At the end of each run: what it cleaned and what failed, with why.
+    std::function<void(const RunReport&)> reportRun;
     // Asked before cleaning in place; the default asks the user in a dialog.
     std::function<bool(int fileCount)> confirmCleanInPlace;
     // Shows the sheet of a finished "Clean & Share"; the default opens ShareSheet.

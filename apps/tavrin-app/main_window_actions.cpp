@@ -18,6 +18,7 @@
 #include "intake/folder_expansion_service.h"
 #include "intake/folder_intake_summary.h"
 #include "main_window.h"
+#include "run_report.h"
 #include "model/pipeline_error.h"
 #include "queue_table_model.h"
 
@@ -193,6 +194,7 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
     coalesce->setSingleShot(true);
     coalesce->setInterval(200);
     auto finishedIds = std::make_shared<QStringList>();
+    auto report = std::make_shared<RunReport>();
     connect(coalesce, &QTimer::timeout, this, [this, finishedIds] {
         try {
             auto context = app_.container().makeContext();
@@ -208,16 +210,25 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
     });
     connect(run_, &CleanRun::filesStarted, this, [this](const QStringList& started) { model_->setWorking(started, true); });
     connect(run_, &CleanRun::fileFinished, this,
-            [this, coalesce, finishedIds](const QString& id, bool, const QString&, int finished, int total) {
+            [this, coalesce, finishedIds, report](const QString& id, bool succeeded, const QString& message, int finished,
+                                                  int total) {
                 model_->setWorking({id}, false);
+                if (!succeeded) {
+                    std::filesystem::path source = id.toStdString();
+                    if (auto uuid = uuidFromString(id.toStdString()))
+                        if (auto file = app_.file(*uuid))
+                            source = file->originalSourcePath.value_or(file->fullFileName());
+                    report->failed.push_back({source, message.toStdString()});
+                }
                 finishedIds->append(id);
                 progress_->setRange(0, total);
                 progress_->setValue(finished);
                 progress_->setFormat(tr("%1 of %2").arg(finished).arg(total));
                 if (!coalesce->isActive()) coalesce->start();
             });
-    connect(run_, &CleanRun::runFinished, this, [this, mode](int completed, int failed, bool cancelled) {
+    connect(run_, &CleanRun::runFinished, this, [this, mode, report](int completed, int failed, bool cancelled) {
         const auto outputs = run_->outputs();
+        report->cleaned = outputs;
         run_->deleteLater();
         run_ = nullptr;
         progress_->hide();
@@ -227,6 +238,7 @@ bool MainWindow::cleanFiles(const QStringList& ids, CleanMode mode) {
         if (cancelled) text += QLatin1Char(' ') + tr("Stopped: the files not started are still in the queue.");
         showBanner(text, failed > 0 || cancelled);
         if (mode == CleanMode::share && !outputs.empty() && presentShare) presentShare(outputs);
+        if (reportRun) reportRun(*report);
         emit runFinished(completed, failed, cancelled);
     });
     progress_->setRange(0, static_cast<int>(runIds.size()));

@@ -13,6 +13,7 @@
 
 #include "app_controller.h"
 #include "inspection_runner.h"
+#include "panes_screenshot.h"
 #include "queue_table_model.h"
 
 #ifndef TAVRIN_SOURCE_DIR
@@ -119,9 +120,15 @@ int runScreenshot(const stdfs::path& file, const std::string& stateName) {
     const ScreenshotState* state = nullptr;
     for (const auto& s : screenshotStates())
         if (stateName == s.name) state = &s;
+    // The windows around the main one are drawn over the store a run of the samples leaves.
+    const bool paneState = panesScreenshotStates().contains(QString::fromStdString(stateName));
+    if (paneState)
+        for (const auto& s : screenshotStates())
+            if (std::string_view(s.name) == "after-run") state = &s;
     if (!state) {
         std::string names;
         for (const auto& s : screenshotStates()) names += std::string(names.empty() ? "" : ", ") + s.name;
+        for (const auto& s : panesScreenshotStates()) names += ", " + s.toStdString();
         std::fprintf(stderr, "tavrin-app: unknown state \"%s\"; the states are %s\n", stateName.c_str(), names.c_str());
         return 2;
     }
@@ -155,6 +162,13 @@ int runScreenshot(const stdfs::path& file, const std::string& stateName) {
             return 1;
         }
         QCoreApplication::processEvents();
+        if (paneState) {
+            if (renderPanesScreenshot(QString::fromStdString(stateName), QString::fromStdString(file.string()),
+                                      controller.app().sharedContainer()))
+                return 0;
+            std::fprintf(stderr, "tavrin-app: cannot write %s\n", file.string().c_str());
+            return 1;
+        }
         const QPixmap picture = window.grab();
         if (!picture.save(QString::fromStdString(file.string()), "PNG")) {
             std::fprintf(stderr, "tavrin-app: cannot write %s\n", file.string().c_str());

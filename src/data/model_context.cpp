@@ -289,6 +289,10 @@ void ModelContext::saveTracked(const std::set<const void*>* only) {
     }
 }
 
+void ModelContext::refresh() {
+    std::erase_if(tracked_, [&](const auto& entry) { return !isPending(entry.second); });
+}
+
 void ModelContext::rollback() {
     for (auto it = tracked_.begin(); it != tracked_.end();) {
         Tracked& t = it->second;

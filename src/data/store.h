@@ -211,6 +211,10 @@ public:
     void save(const std::vector<std::shared_ptr<void>>& only);
     // Drops pending inserts and deletions and returns changed records to their stored values.
     void rollback();
+    // Forgets every record without pending changes, so that the next fetch reads it from the
+    // store as another context or process may have saved it. Records with pending changes stay;
+    // objects already handed out keep the values they had.
+    void refresh();
     bool hasChanges() const;
 
 private:

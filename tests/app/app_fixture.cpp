@@ -45,15 +45,8 @@ AppContext::Options AppFixture::options(const std::string& bus) {
     o.store = dir_ / "Tavrin" / "Tavrin.store";
     o.busAddress = bus;
     o.shareBase = dir_ / "share";
-    // Cleaning in place, as the services' replacement does it: the clean file takes the
-    // original's path and the original goes to a Trash.
-    o.replaceInPlace = [this](const stdfs::path& original, const stdfs::path& verified) {
-        ++replacements_;
-        const auto kept = trash_ / original.filename();
-        stdfs::rename(original, kept);
-        stdfs::copy_file(verified, original);
-        return kept;
-    };
+    // Cleaning in place into a Trash of the test's own.
+    o.replaceInPlace = std::make_shared<InPlaceReplacement>(InPlaceReplacementOptions{trash_, {}, {}});
     return o;
 }
 

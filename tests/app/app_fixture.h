@@ -55,7 +55,6 @@ public:
     // The checks of a parametrised test read these too.
     TempDir dir_;
     std::filesystem::path trash_;
-    int replacements_ = 0;
     std::unique_ptr<AppController> controller_;
 };
 

@@ -123,10 +123,12 @@ INSTANTIATE_TEST_SUITE_P(
         ModeCase{"inPlace", CleanMode::inPlace,
                  [](const stdfs::path& original, const std::string& bytes, const QueuedFile& record, AppFixture& t) {
                      EXPECT_NE(readFile(original), bytes) << "the clean file took the original's place";
-                     EXPECT_EQ(readFile(t.trash_ / "photo.jpg"), bytes) << "the original went to the Trash";
+                     EXPECT_EQ(readFile(t.trash_ / "files" / "photo.jpg"), bytes) << "the original went to the Trash";
+                     EXPECT_TRUE(stdfs::exists(t.trash_ / "info" / "photo.jpg.trashinfo"));
                      EXPECT_EQ(record.status(), QueuedFile::Status::clean);
                      EXPECT_EQ(stdfs::path(*record.cleanedFilePath), original);
-                     EXPECT_TRUE(record.editHistoryRetainedInPlace) << "the settings do not strip edit history";
+                     EXPECT_FALSE(record.editHistoryRetainedInPlace)
+                         << "only the location was ticked: no edit history was asked to go";
                      EXPECT_EQ(names(original.parent_path()), std::vector<std::string>{"photo.jpg"});
                  }}),
     [](const auto& info) { return std::string(info.param.name); });
