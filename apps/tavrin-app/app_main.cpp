@@ -134,7 +134,14 @@ std::unique_ptr<Panes> attachPanes(AppController& controller) {
     window.showHistory = [panes] { panes->showHistory(); };
     window.showWelcomeTour = [panes, &window] { panes->showWelcomeTour(&window); };
     window.reportRun = [panes](const RunReport& report) { panes->runFinished(report); };
-    app.addReloadListener([panes] { panes->storeChanged(); });
+    // Concurrency takes effect at the next run, whichever process changed it.
+    panes->settings().addListener([&app](const AppSettings& settings) {
+        app.processing().setConcurrencyLimit(static_cast<int>(settings.maxConcurrentProcessing()));
+    });
+    app.addReloadListener([panes, &app] {
+        app.processing().setConcurrencyLimit(static_cast<int>(app.settings()->maxConcurrentProcessing()));
+        panes->storeChanged();
+    });
     panes->start();
     return owned;
 }

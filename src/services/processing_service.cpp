@@ -73,7 +73,7 @@ std::vector<BatchResult> ProcessingService::processBatch(const std::vector<Batch
     const auto total = static_cast<std::int64_t>(requests.size());
     std::vector<std::optional<BatchResult>> slots(requests.size());
     BatchRunOptions options;
-    options.maxParallel = static_cast<unsigned>(concurrencyLimit_);
+    options.maxParallel = static_cast<unsigned>(concurrencyLimit_.load());
     options.shouldStop = [&stop] { return stop.stop_requested(); };
     runBatch(
         requests.size(),

@@ -3,6 +3,8 @@
 // temporary output directory of its own, and reports progress on one stream. It knows nothing of
 // the store: callers give paths and profiles and get results.
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -44,7 +46,10 @@ public:
     // shared with other users).
     ProcessingService(int concurrencyLimit, std::shared_ptr<const TavrinEngine> engine);
 
-    int concurrencyLimit() const { return concurrencyLimit_; }
+    int concurrencyLimit() const { return concurrencyLimit_.load(); }
+    // Clamped to 1 through 8, for the batches that start after it: a changed setting needs no
+    // restart.
+    void setConcurrencyLimit(int limit) { concurrencyLimit_ = std::clamp(limit, minConcurrency, maxConcurrency); }
     const TavrinEngine& engine() const { return *engine_; }
     ProgressStream& progressStream() { return stream_; }
 
@@ -66,7 +71,7 @@ private:
     BatchResult processSingleForBatch(const BatchRequest& request, std::int64_t index, std::int64_t totalCount,
                                       const std::stop_token& stop);
 
-    int concurrencyLimit_;
+    std::atomic<int> concurrencyLimit_;
     std::shared_ptr<const TavrinEngine> engine_;
     ProgressStream stream_;
 };
