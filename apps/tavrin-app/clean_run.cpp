@@ -130,6 +130,7 @@ void CleanRun::work() {
     // In place, the queue's run puts each verified file at its user's path itself, with the
     // edit history the settings ask for.
     QueueRunOptions runOptions;
+    runOptions.honourSpecificKeys = true;  // the inspector's single ticks are the user's choice
     if (options_.mode == CleanMode::inPlace) {
         runOptions.replaceOriginals = app_.replaceInPlace();
         runOptions.stripEditHistory = options_.stripEditHistoryInPlace;

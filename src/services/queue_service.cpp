@@ -189,7 +189,8 @@ void QueueService::deleteQueueArtifactIfExists(const std::optional<stdfs::path>&
     stagingService_->deleteIfExists(*url);
 }
 
-std::optional<CleaningProfile> QueueService::profileFor(const QueuedFile& file, std::string& presetName) {
+std::optional<CleaningProfile> QueueService::profileFor(const QueuedFile& file, std::string& presetName,
+                                                       bool honourSpecificKeys) {
     if (file.presetId) {
         std::vector<std::shared_ptr<MetadataPreset>> found;
         try {
@@ -202,11 +203,16 @@ std::optional<CleaningProfile> QueueService::profileFor(const QueuedFile& file, 
         }
     }
     const auto categories = file.categoriesToRemove();
-    if (categories.empty()) return std::nullopt;
+    const bool byKey = honourSpecificKeys && !file.specificKeysToRemove.empty();
+    if (categories.empty() && !byKey) return std::nullopt;
     presetName = std::string(ProcessingHistory::customPresetName);
     CleaningProfile profile;
     profile.name = presetName;
     profile.categoriesToRemove = categories;
+    if (honourSpecificKeys) {
+        profile.specificKeysToRemove.insert(file.specificKeysToRemove.begin(), file.specificKeysToRemove.end());
+        profile.specificKeysToKeep.insert(file.specificKeysToKeep.begin(), file.specificKeysToKeep.end());
+    }
     profile.pdfLinkPreservation = PDFLinkPreservationOptions::preserveAll();
     return profile;
 }
@@ -270,7 +276,7 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
     std::vector<Job> jobs;
     for (const auto& file : claimed) {
         std::string presetName;
-        auto profile = profileFor(*file, presetName);
+        auto profile = profileFor(*file, presetName, options.honourSpecificKeys);
         if (!profile) {
             file->setStatus(QueuedFile::Status::failed);
             file->errorMessage = noConfigurationMessage;

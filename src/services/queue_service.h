@@ -47,6 +47,10 @@ struct QueueFileOutcome {
 struct QueueRunOptions {
     std::shared_ptr<const InPlaceReplacement> replaceOriginals;  // null: outputs stay in temporary
     bool stripEditHistory = false;  // in place: the settings' stripEditHistoryInPlace
+    // A file configured by hand is cleaned with its single items too (removed or kept), and
+    // single items alone make a configuration: for a run the user started where those items
+    // were chosen. Off, the run follows the preset or the categories alone.
+    bool honourSpecificKeys = false;
 };
 
 struct QueueRunSummary {
@@ -112,7 +116,8 @@ public:
 
 private:
     void deleteQueueArtifactIfExists(const std::optional<std::filesystem::path>& url) const;
-    std::optional<CleaningProfile> profileFor(const QueuedFile& file, std::string& presetName);
+    std::optional<CleaningProfile> profileFor(const QueuedFile& file, std::string& presetName,
+                                              bool honourSpecificKeys);
 
     ModelContext& context_;
     std::shared_ptr<ProcessingService> processingService_;

@@ -303,5 +303,34 @@ TEST_F(CleanFlowTest, theShareSheetOffersTheCleanCopiesToDragOut) {
     }
 }
 
+// Single ticks are the user's choice: a file configured by single items alone is cleaned, not
+// refused as unconfigured, and the ticked item goes.
+TEST_F(CleanFlowTest, singleTicksAreCleanedAsChosen) {
+    start();
+    const auto original = userFile("photo.jpg", images::dirtyJPEG());
+    const auto ids = addAndInspect({original});
+    ASSERT_EQ(ids.size(), 1);
+    window().selectIds(ids);
+    clearAllTicks(window().inspector()->tree());
+    auto* location = categoryRow("Location Data");
+    ASSERT_NE(location, nullptr);
+    ASSERT_GE(location->childCount(), 2);
+    tick(location->child(0), Qt::Checked);
+    const auto configured = stored(ids[0]);
+    ASSERT_TRUE(configured->categoriesToRemove().empty());
+    ASSERT_EQ(configured->specificKeysToRemove.size(), 1u);
+    const std::string removedKey = configured->specificKeysToRemove.front();
+
+    const auto [completed, failed] = cleanAndWait(ids, CleanMode::copy);
+    ASSERT_EQ(completed, 1) << window().bannerText().toStdString();
+    EXPECT_EQ(failed, 0);
+    const auto record = stored(ids[0]);
+    ASSERT_TRUE(record->cleanedFilePath);
+    bool keyLeft = false;
+    for (const auto& item : app().engine().inspect(*record->cleanedFilePath).allItems())
+        if (item.key == removedKey) keyLeft = true;
+    EXPECT_FALSE(keyLeft) << removedKey << " was ticked";
+}
+
 }  // namespace
 }  // namespace tavrin::testing
