@@ -353,7 +353,10 @@ QueueRunSummary QueueService::processFiles(const QueuedFiles& files,
             }
             const Job& job = jobs[outcome.job];
             QueuedFile& file = *job.file;
-            std::vector<std::shared_ptr<void>> settled{job.file};
+            // Built by push, not from a list: g++ 12 at -O2 mistakes the list's conversion for
+            // an out-of-bounds read.
+            std::vector<std::shared_ptr<void>> settled;
+            settled.push_back(std::static_pointer_cast<void>(job.file));
             if (outcome.output) deleteQueueArtifactIfExists(outcome.output);
             if (outcome.result && job.replaces) outcome.result->outputURL = *job.replaces;
             if (outcome.result) {
