@@ -1,5 +1,7 @@
 #include "history_window.h"
 
+#include "settings_access.h"
+
 #include <QDateTime>
 #include <QDrag>
 #include <QHBoxLayout>
@@ -49,13 +51,7 @@ std::vector<std::shared_ptr<ProcessingHistory>> HistoryRecords::all() { return c
 
 void HistoryRecords::clear() {
     for (const auto& record : all()) context_.deleteRecord(record);
-    try {
-        if (context_.hasChanges()) context_.save();
-    } catch (...) {
-        context_.rollback();
-        throw;
-    }
-    notifier_->postQueueUpdated();
+    saveAndAnnounce(context_, *notifier_);
 }
 
 QMimeData* RecentFilesList::dragData(const RecentlyCleanedItem& item, std::string& problem) {

@@ -1,5 +1,7 @@
 #include "run_notifier.h"
 
+#include "handoff/integration_files.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -18,19 +20,6 @@ constexpr std::size_t kNamesShown = 5;
 
 std::string files(std::size_t n) { return fmt::format("{} file{}", n, n == 1 ? "" : "s"); }
 
-// Bodies may be read as markup by the server: a file name must not become a tag.
-std::string escapedMarkup(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            default: out += c;
-        }
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -54,7 +43,8 @@ RunNotifier::Text RunNotifier::textFor(const RunReport& report) {
         lines.resize(kNamesShown);
         lines.push_back(fmt::format("and {} more", total - kNamesShown));
     }
-    for (std::size_t i = 0; i < lines.size(); ++i) text.body += (i ? "\n" : "") + escapedMarkup(lines[i]);
+    // The server may read the body as markup: a file name must never become a tag.
+    for (std::size_t i = 0; i < lines.size(); ++i) text.body += (i ? "\n" : "") + IntegrationFiles::xmlEscape(lines[i]);
     return text;
 }
 

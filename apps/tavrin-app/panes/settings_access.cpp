@@ -4,6 +4,16 @@
 
 namespace tavrin {
 
+void saveAndAnnounce(ModelContext& context, ChangeNotifying& notifier) {
+    try {
+        if (context.hasChanges()) context.save();
+    } catch (...) {
+        context.rollback();
+        throw;
+    }
+    notifier.postQueueUpdated();
+}
+
 SettingsAccess::SettingsAccess(ModelContext& context, std::shared_ptr<ChangeNotifying> notifier)
     : context_(context), notifier_(notifier ? std::move(notifier) : std::make_shared<SilentChangeNotifier>()) {}
 
@@ -15,15 +25,9 @@ AppSettings SettingsAccess::current() const {
 void SettingsAccess::update(const std::function<void(AppSettings&)>& change) {
     auto settings = currentOrNewSettings(context_);
     change(*settings);
-    try {
-        if (context_.hasChanges()) context_.save();
-    } catch (...) {
-        context_.rollback();
-        throw;
-    }
     // Settings have no announcement of their own; the queue's tells other processes (the queue
     // takes the default preset and the output mode from them) to read the store again.
-    notifier_->postQueueUpdated();
+    saveAndAnnounce(context_, *notifier_);
     const AppSettings snapshot = *settings;
     for (const auto& listener : listeners_) listener(snapshot);
 }

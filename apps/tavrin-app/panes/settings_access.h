@@ -12,6 +12,10 @@
 
 namespace tavrin {
 
+// Saves what `context` has pending (or, when that fails, rolls it back and rethrows), then tells
+// other processes to read the store again.
+void saveAndAnnounce(ModelContext& context, ChangeNotifying& notifier);
+
 class SettingsAccess {
 public:
     using Listener = std::function<void(const AppSettings&)>;

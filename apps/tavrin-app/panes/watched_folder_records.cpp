@@ -1,5 +1,7 @@
 #include "watched_folder_records.h"
 
+#include "settings_access.h"
+
 #include <chrono>
 #include <stdexcept>
 
@@ -53,13 +55,7 @@ void WatchedFolderRecords::setEnabled(const std::shared_ptr<WatchedFolder>& fold
 }
 
 void WatchedFolderRecords::save() {
-    try {
-        if (context_.hasChanges()) context_.save();
-    } catch (...) {
-        context_.rollback();
-        throw;
-    }
-    notifier_->postQueueUpdated();
+    saveAndAnnounce(context_, *notifier_);
 }
 
 }  // namespace tavrin
