@@ -79,15 +79,15 @@ void PollEventLoop::quit() {
 }
 
 void PollEventLoop::armTimer() {
-    itimerspec spec{};
+    itimerspec expiry{};
     if (auto deadline = queue_.nextDeadline()) {
         const auto ns = deadline->time_since_epoch().count();
-        spec.it_value.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
-        spec.it_value.tv_nsec = static_cast<long>(ns % 1'000'000'000);
+        expiry.it_value.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
+        expiry.it_value.tv_nsec = static_cast<long>(ns % 1'000'000'000);
         // An all-zero value would disarm the timer; a deadline at the epoch is long past anyway.
-        if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0) spec.it_value.tv_nsec = 1;
+        if (expiry.it_value.tv_sec == 0 && expiry.it_value.tv_nsec == 0) expiry.it_value.tv_nsec = 1;
     }
-    ::timerfd_settime(timerFd_, TFD_TIMER_ABSTIME, &spec, nullptr);
+    ::timerfd_settime(timerFd_, TFD_TIMER_ABSTIME, &expiry, nullptr);
 }
 
 void PollEventLoop::run() {

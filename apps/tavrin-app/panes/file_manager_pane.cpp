@@ -1,5 +1,7 @@
 #include "file_manager_pane.h"
 
+#include "secondary_text.h"
+
 #include <QFrame>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -90,11 +92,11 @@ void FileManagerPane::build() {
     layout->addWidget(message_);
 
     auto* cloud = wrapped(q(FinderSetupModel::cloudFolderNote));
-    cloud->setEnabled(false);
+    showAsSecondary(cloud);
     layout->addWidget(cloud);
     for (auto note : FinderSetupModel::usageNotes) {
         auto* label = wrapped(QString("\u2022 ") + q(note));
-        label->setEnabled(false);
+        showAsSecondary(label);
         layout->addWidget(label);
     }
     layout->addStretch(1);

@@ -1,5 +1,7 @@
 #include "general_pane.h"
 
+#include "secondary_text.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
@@ -73,7 +75,7 @@ void GeneralPane::build() {
     suffixError_->hide();
     suffixExample_ = new QLabel;
     suffixExample_->setAccessibleName("Example copy name");
-    suffixExample_->setEnabled(false);
+    showAsSecondary(suffixExample_);
     savingForm->addRow(QString(), suffixExample_);
     savingForm->addRow(QString(), suffixError_);
     stripHistory_ = new QCheckBox("Also strip &edit history when cleaning in place");

@@ -1,5 +1,7 @@
 #include "history_window.h"
 
+#include "secondary_text.h"
+
 #include "settings_access.h"
 
 #include <QDateTime>
@@ -112,7 +114,7 @@ void HistoryWindow::build() {
     recentButtons->addWidget(again_);
     recentButtons->addStretch(1);
     auto* hint = new QLabel("Drag a file from the list to another program to use the cleaned copy.");
-    hint->setEnabled(false);
+    showAsSecondary(hint);
     hint->setWordWrap(true);
     auto* recentLayout = new QVBoxLayout(recentPage);
     recentLayout->addWidget(recent_, 1);

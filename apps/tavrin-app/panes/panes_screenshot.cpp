@@ -66,7 +66,9 @@ bool renderPanesScreenshot(const QString& state, const QString& pngPath, std::sh
                     break;
                 }
         }
-        window.resize(state == "settings" ? QSize(720, 480) : QSize(760, 560));
+        window.resize(state == "settings"       ? QSize(720, 480)
+                      : state == "file-manager" ? QSize(760, 620)  // the window's own size
+                                                : QSize(760, 560));
         return capture(window, pngPath);
     }
     if (state == "history") {

@@ -23,7 +23,7 @@ SettingsWindow::SettingsWindow(SettingsWindowServices services, QWidget* parent)
     tabs_->addTab(fileManager_, "&File Manager");
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs_);
-    resize(720, 560);
+    resize(760, 620);  // the file-manager pane shows whole, notes included
 
     // A preset made or renamed here shows in the default-preset menu at once.
     connect(tabs_, &QTabWidget::currentChanged, this, [this](int index) {

@@ -1,5 +1,7 @@
 #include "welcome_tour_dialog.h"
 
+#include "secondary_text.h"
+
 #include <QDir>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -127,7 +129,7 @@ QWidget* WelcomeTourDialog::page(WelcomeTourStep step, CleanOutputMode outputMod
     if (step == WelcomeTourStep::cleanAFile) {
         auto* note = new QLabel(q(WelcomeTourModel::inspectNote));
         note->setWordWrap(true);
-        note->setEnabled(false);
+        showAsSecondary(note);
         layout->addWidget(note);
     }
     if (step == WelcomeTourStep::finderSetup) {

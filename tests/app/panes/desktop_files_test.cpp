@@ -122,7 +122,7 @@ TEST(PanesScreenshot, eachStateIsDrawnToAPngOfTheWindowsSize) {
     stdfs::create_directories(scans);
     WatchedFolderRecords(f.context, f.notifier).add(scans);
     const std::pair<const char*, QSize> states[] = {
-        {"settings", {720, 480}}, {"presets", {760, 560}}, {"watched-folders", {760, 560}}, {"file-manager", {760, 560}}, {"history", {760, 480}}, {"tour", {640, 520}}};
+        {"settings", {720, 480}}, {"presets", {760, 560}}, {"watched-folders", {760, 560}}, {"file-manager", {760, 620}}, {"history", {760, 480}}, {"tour", {640, 520}}};
     for (const auto& [state, size] : states) {
         const auto png = out / (std::string(state) + ".png");
         ASSERT_TRUE(renderPanesScreenshot(state, QString::fromStdString(png.string()), f.store)) << state;
